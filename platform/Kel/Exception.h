@@ -37,4 +37,9 @@ inline void checkEnumRange(const char* typeName, T value, T min, T max) {
    if (value < min || value > max) throwEnumRange(typeName);
 }
 
+// Throws the refusal of a null value given to a collection that keys entries by the value's own
+// key: "null _<attr> parameter to mutator for <typeName>::<attr> not allowed" followed by one
+// double quote, which belongs to the message.
+[[noreturn]] void throwNullMutatorArg(const char* typeName, const char* attr);
+
 }  // namespace Kel
