@@ -74,10 +74,7 @@ ValueWriter& ValueWriter::rawField(std::string_view name, std::string_view text)
    return *this;
 }
 
-std::string ValueWriter::str() && {
-   out_ += "})";
-   return std::move(out_);
-}
+std::string ValueWriter::str() const { return out_ + "})"; }
 
 namespace {
 

@@ -94,7 +94,7 @@ public:
    // A field whose text the caller has already formed.
    ValueWriter& rawField(std::string_view name, std::string_view text);
 
-   std::string str() &&;
+   std::string str() const;
 
 private:
    void beginField(std::string_view name);

@@ -9,7 +9,7 @@
 // fresh one. Tables and members may die in either order.
 
 #include <cstddef>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "Kel/Entity.h"
 
@@ -33,6 +33,9 @@ public:
 private:
    friend class DedupHashTableUnorderedSet;
    DedupHashTableUnorderedSet* table_ = nullptr;
+   // The hash at entry. A member leaves its table from its destructor, when its own hash() and
+   // compare() can no longer be called.
+   U32 tableHash_ = 0;
 };
 
 class DedupHashTableUnorderedSet : public Kel::Entity {
@@ -57,15 +60,9 @@ private:
    DedupHandle* dedupRaw(DedupHandle* candidate);
    DedupHandle* findRaw(const DedupHandle& probe) const;
 
-   struct Hash {
-      std::size_t operator()(const DedupHandle* h) const { return h->hash(); }
-   };
-   struct Equal {
-      bool operator()(const DedupHandle* a, const DedupHandle* b) const {
-         return a == b || a->compare(*b);
-      }
-   };
-   std::unordered_set<DedupHandle*, Hash, Equal> members_;
+   void remove(DedupHandle* member);
+
+   std::unordered_multimap<U32, DedupHandle*> members_;
 };
 
 Kel::Ptr<DedupHashTableUnorderedSet> dedupHashTableUnorderedSetFactory();
