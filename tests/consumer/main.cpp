@@ -1,11 +1,47 @@
-// A program outside the tree, built against the installed package only.
+// A program outside the tree, built against the installed package only: it follows an entity,
+// runs a task on the activity loop and parses a prefix, which needs the installed headers, the
+// library and its exported compile definitions to agree.
 #include <Kel/Assert.h>
-#include <Kel/Types.h>
+#include <Kel/Clock.h>
+#include <Kel/Entity.h>
+#include <Nx/IpGenPrefix.h>
+#include <Orb/Task.h>
 
 #include <cstdio>
 
+namespace {
+class Version : public Kel::Entity {
+public:
+   class Reactor : public Kel::ReactorFor<Version> {
+   public:
+      virtual void handleValue() {}
+   };
+   void valueIs(U32 v) { setAttr(value_, v, &Reactor::handleValue); }
+
+private:
+   U32 value_ = 0;
+};
+}  // namespace
+
 int main() {
-   KEL_ASSERT(Kel::stringHash("") == 0u);
+   auto loop = Kel::activityManagerFactory();
+   auto sched = Orb::taskSchedulerFactory();
+   loop->workSourceIs(sched.get());
+   int runs = 0;
+   auto task = Orb::taskFactory(sched, "rebuild", 2, [&] { ++runs; });
+   struct Follower : Version::Reactor {
+      Kel::Ptr<Orb::Task> task;
+      void handleValue() override { task->schedule(); }
+   } follower;
+   follower.task = task;
+   auto v = Kel::makePtr<Version>();
+   follower.notifierIs(v);
+   v->valueIs(1);
+   v->valueIs(2);
+   loop->runUntilIdle();
+   loop->workSourceDel(sched.get());
+   KEL_ASSERT(runs == 1);
+   KEL_ASSERT(Nx::IpGenPrefix::fromStrep("10.1.2.0/24").len() == 24u);
    std::puts("consumer ok");
    return 0;
 }
