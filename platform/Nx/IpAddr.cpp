@@ -125,13 +125,18 @@ bool parseV6(std::string_view s, Ip6Addr& out) noexcept {
 }  // namespace detail
 
 std::string IpAddr::toStrep() const {
-   char buf[16];
-   char* p = buf;
+   // Digits by hand: to_chars' error path (returning the buffer end) makes g++ 12 at -O3 report
+   // an overflow on the dot that follows, although an octet never needs more than three digits.
+   std::string out;
+   out.reserve(15);
    for (int shift = 24; shift >= 0; shift -= 8) {
-      p = std::to_chars(p, buf + sizeof buf, (value_ >> shift) & 0xff).ptr;
-      if (shift) *p++ = '.';
+      const unsigned octet = (value_ >> shift) & 0xff;
+      if (octet >= 100) out += static_cast<char>('0' + octet / 100);
+      if (octet >= 10) out += static_cast<char>('0' + octet / 10 % 10);
+      out += static_cast<char>('0' + octet % 10);
+      if (shift) out += '.';
    }
-   return std::string(buf, p);
+   return out;
 }
 
 IpAddr IpAddr::fromStrep(std::string_view text) {
