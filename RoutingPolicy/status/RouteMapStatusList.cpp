@@ -1,5 +1,6 @@
 #include "RoutingPolicy/status/RouteMapStatusList.h"
 
+#include "RoutingPolicy/function/VplExternalMatchers.h"
 #include "RoutingPolicy/status/RouteMapStatus.h"
 
 namespace Routing::Policy {
@@ -93,8 +94,16 @@ void RouteMapStatusList::rmStatusDelAll() {
 void RouteMapStatusList::updateFeatures() {
    features_ = RouteMapFeatures{};
    for (const auto& [precedence, rm] : rmStatus_) features_.updateFrom(rm->features());
-   // Extension point: the features of the list's policy-function status (vplStatus) are merged
-   // here once the list carries one.
+   if (vplStatus_ && vplStatus_->function()) {
+      features_.updateFrom(vplStatus_->function()->features());
+   }
+}
+
+void RouteMapStatusList::vplStatusIs(Kel::Ptr<Vpl::FunctionStatusBase const> status) {
+   if (status == vplStatus_) return;
+   vplStatus_ = std::move(status);
+   updateFeatures();
+   notify(&Reactor::handleVplStatus);
 }
 
 void RouteMapStatusList::dumpState(Orb::DumpContext& ctx, U32 indent) const {

@@ -12,6 +12,10 @@
 #include "Orb/Dump.h"
 #include "RoutingPolicy/status/RmPrecedence.h"
 
+namespace Vpl {
+class FunctionStatusBase;
+}
+
 namespace Routing::Policy {
 
 // Agents use this to decide what to supply to the evaluator and which route changes call for a
@@ -54,6 +58,7 @@ public:
       virtual void handleRmStatus(RmPrecedence) {}
       virtual void handleFeatures() {}
       virtual void handleMatchPrefixDependent() {}
+      virtual void handleVplStatus() {}
    };
 
    RouteMapStatusList();
@@ -77,6 +82,10 @@ public:
       setAttr(matchPrefixDependent_, v, &Reactor::handleMatchPrefixDependent);
    }
 
+   // A policy function applied beside the route maps; its features join the list's.
+   const Kel::Ptr<Vpl::FunctionStatusBase const>& vplStatus() const { return vplStatus_; }
+   void vplStatusIs(Kel::Ptr<Vpl::FunctionStatusBase const> status);
+
    // Recomputes features from the route maps held now. Changes inside a held route map are not
    // followed; the owner calls this again (or re-inserts the route map) when they happen.
    void updateFeatures();
@@ -87,6 +96,7 @@ private:
    Kel::Collection<RmPrecedence, Kel::Ptr<RouteMapStatus const>, RmStatusMap> rmStatus_;
    RouteMapFeatures features_;
    bool matchPrefixDependent_ = false;
+   Kel::Ptr<Vpl::FunctionStatusBase const> vplStatus_;
 };
 
 Kel::Ptr<RouteMapStatusList> routeMapStatusListFactory();
