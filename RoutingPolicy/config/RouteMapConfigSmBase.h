@@ -6,8 +6,10 @@
 #include <unordered_map>
 
 #include "Kel/Entity.h"
+#include "Orb/BaseOutputSm.h"
 #include "Routing/RouteMap/Config.h"
 #include "Routing/RouteMap/Options.h"
+#include "RoutingPolicy/config/RouteMapLoopDetect.h"
 
 namespace Routing::Policy {
 
@@ -109,6 +111,51 @@ public:
        Routing::RouteMap::Config* filteredRmConfig,
        Kel::Ptr<RouteMapBlockedSequenceList> routeMapBlockedSequenceList,
        Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier) = 0;
+};
+
+// The common base of the machines that follow one configured route map. It delivers the map's
+// sequence and version changes to the derived machine's handlers. The name is kept apart from
+// the map so that a machine whose map was dropped still knows what it was.
+class RouteMapConfigSmBase : public Orb::BaseOutputSm {
+public:
+   explicit RouteMapConfigSmBase(Kel::Ptr<Routing::RouteMap::Map const> routeMap);
+   ~RouteMapConfigSmBase() override;
+
+   const Kel::Ptr<Routing::RouteMap::Map const>& routeMap() const { return mapReactor_.notifier(); }
+   const Kel::Name& name() const { return name_; }
+   virtual void routeMapIs(Kel::Ptr<Routing::RouteMap::Map const> routeMap);
+   virtual void routeMapDel();
+
+   const Kel::Ptr<ContinueSeqMap>& continueSeqMap() const { return continueSeqMap_; }
+   void continueSeqMapIs(Kel::Ptr<ContinueSeqMap> m) { continueSeqMap_ = std::move(m); }
+
+   // One sequence added or removed.
+   virtual void handleRouteMapSeq(U32 seqno) = 0;
+   // Every sequence of the map.
+   virtual void handleRouteMapSeq();
+   virtual void handleVersion() {}
+
+protected:
+   // Follows the map and visits its sequences; derived machines set up what the visit needs
+   // first and then call this.
+   void handleInitialized() override;
+
+private:
+   class MapReactor : public Routing::RouteMap::Map::Reactor {
+   public:
+      explicit MapReactor(RouteMapConfigSmBase* owner) : owner_(owner) {}
+      void handleMapEntry(U32 seqno) override { owner_->handleRouteMapSeq(seqno); }
+      void handleVersion() override { owner_->handleVersion(); }
+
+   private:
+      RouteMapConfigSmBase* owner_;
+   };
+
+   Kel::Name name_;
+   // Bound only at initialisation, so no handler runs on a machine still being built.
+   Kel::Ptr<Routing::RouteMap::Map const> pendingMap_;
+   MapReactor mapReactor_;
+   Kel::Ptr<ContinueSeqMap> continueSeqMap_;
 };
 
 }  // namespace Routing::Policy
