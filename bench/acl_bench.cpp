@@ -11,6 +11,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "AllocCounter.h"
+
 #include <time.h>
 
 #include <algorithm>
@@ -29,46 +31,6 @@
 #include "RoutingPolicy/acl/RoutingPolicyAcl.h"
 #include "RoutingPolicy/eval/PrefixListMatcher.h"
 #include "RoutingPolicy/status/PolicyEvalContext.h"
-
-namespace {
-
-std::atomic<U64> allocations{0};
-
-// Kept out of line: once operator delete is inlined, g++ sees free() receive a pointer from
-// operator new and reports a mismatched pair, although both sides are the replacements below.
-[[gnu::noinline]] void release(void* p) noexcept {
-   std::free(p);
-}
-
-}  // namespace
-
-void* operator new(std::size_t n) {
-   allocations.fetch_add(1, std::memory_order_relaxed);
-   if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
-   throw std::bad_alloc();
-}
-void* operator new[](std::size_t n) {
-   return operator new(n);
-}
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-   allocations.fetch_add(1, std::memory_order_relaxed);
-   return std::malloc(n == 0 ? 1 : n);
-}
-void* operator new[](std::size_t n, const std::nothrow_t& t) noexcept {
-   return operator new(n, t);
-}
-void operator delete(void* p) noexcept {
-   release(p);
-}
-void operator delete[](void* p) noexcept {
-   release(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-   release(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-   release(p);
-}
 
 namespace {
 
@@ -146,13 +108,13 @@ void BM_PrefixListMatch(benchmark::State& state) {
    MatchInput_ in;
    std::size_t i = 0;
    U64 permits = 0;
-   const U64 before = allocations.load();
+   const U64 before = bench::allocationCount();
    for (auto _ : state) {
       in.prefixIs(f.routes[i++ & (kQueries - 1)]);
       permits += m.match(&in, noContext);
    }
    state.counters["allocs_per_match"] = benchmark::Counter(
-       static_cast<double>(allocations.load() - before), benchmark::Counter::kAvgIterations);
+       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
    state.counters["permit_ratio"] =
        static_cast<double>(permits) / static_cast<double>(state.iterations());
    state.counters["nodes/walk"] = f.coveredPerWalk;

@@ -1,54 +1,11 @@
 // Cost of evaluating a route against compiled route maps: the hot path of every agent. The
-// allocation counter replaces the global operator new so that a path claimed to allocate nothing
-// is checked, not assumed.
+// allocation counter (AllocCounter.h) checks the paths claimed to allocate nothing.
 
 #include <benchmark/benchmark.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
+#include "AllocCounter.h"
 
 #include "RoutingPolicy/eval/Policy.h"
-
-namespace {
-
-std::atomic<U64> allocations{0};
-
-// Kept out of line: once operator delete is inlined, g++ sees free() receive a pointer from
-// operator new and reports a mismatched pair, although both sides are the replacements below.
-[[gnu::noinline]] void release(void* p) noexcept {
-   std::free(p);
-}
-
-}  // namespace
-
-void* operator new(std::size_t n) {
-   allocations.fetch_add(1, std::memory_order_relaxed);
-   if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
-   throw std::bad_alloc();
-}
-void* operator new[](std::size_t n) {
-   return operator new(n);
-}
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-   allocations.fetch_add(1, std::memory_order_relaxed);
-   return std::malloc(n == 0 ? 1 : n);
-}
-void* operator new[](std::size_t n, const std::nothrow_t& t) noexcept {
-   return operator new(n, t);
-}
-void operator delete(void* p) noexcept {
-   release(p);
-}
-void operator delete[](void* p) noexcept {
-   release(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-   release(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-   release(p);
-}
 
 namespace {
 
@@ -75,14 +32,14 @@ void evalLoop(benchmark::State& state, U32 sequences, U32 routeTag) {
    const auto eval = policyEvalFactory();
    MatchInput_ in;
    in.tagIs(Routing::RouteTag(routeTag));
-   const U64 before = allocations.load();
+   const U64 before = bench::allocationCount();
    for (auto _ : state) {
       Result_ result;
       benchmark::DoNotOptimize(eval->eval(&in, list, &result));
       benchmark::DoNotOptimize(result);
    }
    state.counters["allocs_per_eval"] = benchmark::Counter(
-       static_cast<double>(allocations.load() - before), benchmark::Counter::kAvgIterations);
+       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
 }
 
 // (a) Ten sequences, the last one matches.
@@ -113,7 +70,7 @@ void BM_EvalTenSequencesWithLog(benchmark::State& state) {
    eval->contextIs(context);
    MatchInput_ in;
    in.tagIs(Routing::RouteTag(10));
-   const U64 before = allocations.load();
+   const U64 before = bench::allocationCount();
    for (auto _ : state) {
       context->logIs(policyEvaluationLogFactory(rm));
       Result_ result;
@@ -121,7 +78,7 @@ void BM_EvalTenSequencesWithLog(benchmark::State& state) {
       benchmark::DoNotOptimize(result);
    }
    state.counters["allocs_per_eval"] = benchmark::Counter(
-       static_cast<double>(allocations.load() - before), benchmark::Counter::kAvgIterations);
+       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_EvalTenSequencesWithLog);
 
