@@ -40,12 +40,12 @@ std::string_view trim(std::string_view s) {
 }
 
 // Parses the list into (name, level) pairs; returns false if any item was malformed.
-bool parseSpec(std::string_view spec, std::vector<std::pair<std::string, int>>& out) {
+bool parseLevelList(std::string_view levels, std::vector<std::pair<std::string, int>>& out) {
    bool ok = true;
-   while (!spec.empty()) {
-      const auto comma = spec.find(',');
-      std::string_view item = trim(spec.substr(0, comma));
-      spec = comma == std::string_view::npos ? std::string_view{} : spec.substr(comma + 1);
+   while (!levels.empty()) {
+      const auto comma = levels.find(',');
+      std::string_view item = trim(levels.substr(0, comma));
+      levels = comma == std::string_view::npos ? std::string_view{} : levels.substr(comma + 1);
       if (item.empty()) continue;
       const auto eq = item.find('=');
       if (eq == std::string_view::npos) {
@@ -83,7 +83,7 @@ void Registry::readEnvLocked() {
    envRead = true;
    if (const char* env = std::getenv("RPOLICY_TRACE")) {
       std::vector<std::pair<std::string, int>> items;
-      if (!parseSpec(env, items)) {
+      if (!parseLevelList(env, items)) {
          std::fprintf(stderr, "RPOLICY_TRACE: ignoring malformed items in '%s'\n", env);
       }
       applyLocked(*this, items);
@@ -153,9 +153,9 @@ void Trace::levelAllIs(int level) {
    applyLocked(r, {{"*", level}});
 }
 
-bool Trace::configure(std::string_view spec) {
+bool Trace::configure(std::string_view levels) {
    std::vector<std::pair<std::string, int>> items;
-   const bool ok = parseSpec(spec, items);
+   const bool ok = parseLevelList(levels, items);
    Registry& r = registry();
    std::lock_guard lock(r.mutex);
    r.readEnvLocked();

@@ -56,7 +56,7 @@ public:
    static void levelAllIs(int level);
    // Applies a list in the RPOLICY_TRACE format; returns false if an item was malformed
    // (well-formed items are still applied).
-   static bool configure(std::string_view spec);
+   static bool configure(std::string_view levels);
    static int level(std::string_view name);
 };
 
