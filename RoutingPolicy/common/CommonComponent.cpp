@@ -89,15 +89,49 @@ namespace {
 // The compiler's records stay with the base; the common-component machines fill and follow them.
 // Match rules of options the common component cannot evaluate stop here, so they never reach the
 // translating machine, for which they would be a programming error.
-class CommonComponentSeqSymbolSm : public RmSeqConfigSymbolSmBase {
+// The agent's machines hear the entry and hand each change to the common-component machine they
+// wrap (`sm_`), which has dropped its own entry reactor. Match rules are forwarded by each class,
+// since the symbol side filters them and the filter side does not.
+template <class Base, class Sm>
+class EntryForwarder : public Base {
+public:
+   using Base::Base;
+
+   void handlePermit() override {
+      if (sm_) sm_->handlePermit();
+   }
+   void handleSetFlags() override {
+      if (sm_) sm_->handleSetFlags();
+   }
+   void handleTag() override {
+      if (sm_) sm_->handleTag();
+   }
+   void handleDistance() override {
+      if (sm_) sm_->handleDistance();
+   }
+   void handleContinueSeq() override {
+      if (sm_) sm_->handleContinueSeq();
+   }
+   void handleSubRouteMap() override {
+      if (sm_) sm_->handleSubRouteMap();
+   }
+   void handleDescription(U32 index) override {
+      if (sm_) sm_->handleDescription(index);
+   }
+
+protected:
+   Kel::Ptr<Sm> sm_;
+};
+
+class CommonComponentSeqSymbolSm
+    : public EntryForwarder<RmSeqConfigSymbolSmBase, CommonComponentRmSeqConfigSymbolSm> {
 public:
    CommonComponentSeqSymbolSm(const Kel::String& rmName, Kel::Ptr<MapEntry const> seqConfig,
                               Kel::Ptr<RouteMapSymbol> rmSymbol,
                               Kel::Ptr<PolicyRoot const> policyRoot,
                               Kel::Ptr<RmConfigSymbolReactor> mailbox,
                               Kel::Ptr<RouteMapOpModeNotifier const> opMode)
-       : RmSeqConfigSymbolSmBase(rmName, std::move(seqConfig), std::move(rmSymbol),
-                                 std::move(mailbox)),
+       : EntryForwarder(rmName, std::move(seqConfig), std::move(rmSymbol), std::move(mailbox)),
          policyRoot_(std::move(policyRoot)),
          opMode_(std::move(opMode)) {}
    ~CommonComponentSeqSymbolSm() override {
@@ -118,29 +152,8 @@ public:
       sm_ = nullptr;
    }
 
-   void handlePermit() override {
-      if (sm_) sm_->handlePermit();
-   }
    void handleMatchRule(MatchOption o) override {
       if (sm_ && matchRuleSupported(o)) sm_->handleMatchRule(o);
-   }
-   void handleSetFlags() override {
-      if (sm_) sm_->handleSetFlags();
-   }
-   void handleTag() override {
-      if (sm_) sm_->handleTag();
-   }
-   void handleDistance() override {
-      if (sm_) sm_->handleDistance();
-   }
-   void handleContinueSeq() override {
-      if (sm_) sm_->handleContinueSeq();
-   }
-   void handleSubRouteMap() override {
-      if (sm_) sm_->handleSubRouteMap();
-   }
-   void handleDescription(U32 index) override {
-      if (sm_) sm_->handleDescription(index);
    }
 
 protected:
@@ -166,13 +179,13 @@ private:
 
    Kel::Ptr<PolicyRoot const> policyRoot_;
    Kel::Ptr<RouteMapOpModeNotifier const> opMode_;
-   Kel::Ptr<CommonComponentRmSeqConfigSymbolSm> sm_;
    Kel::Ptr<CommonComponentSymbolSeqSm> symbolSeqSm_;
 };
 
-class CommonComponentSeqFilterSm : public RmSeqConfigFilterSmBase {
+class CommonComponentSeqFilterSm
+    : public EntryForwarder<RmSeqConfigFilterSmBase, CommonComponentRmSeqConfigFilterSm> {
 public:
-   using RmSeqConfigFilterSmBase::RmSeqConfigFilterSmBase;
+   using EntryForwarder::EntryForwarder;
    ~CommonComponentSeqFilterSm() override { sm_ = nullptr; }
 
    bool matchRuleSupported(MatchOption o) const override {
@@ -187,30 +200,9 @@ public:
       sm_ = nullptr;
    }
 
-   void handlePermit() override {
-      if (sm_) sm_->handlePermit();
-   }
    // The filtering machine removes what it may not copy, so it hears every option.
    void handleMatchRule(MatchOption o) override {
       if (sm_) sm_->handleMatchRule(o);
-   }
-   void handleSetFlags() override {
-      if (sm_) sm_->handleSetFlags();
-   }
-   void handleTag() override {
-      if (sm_) sm_->handleTag();
-   }
-   void handleDistance() override {
-      if (sm_) sm_->handleDistance();
-   }
-   void handleContinueSeq() override {
-      if (sm_) sm_->handleContinueSeq();
-   }
-   void handleSubRouteMap() override {
-      if (sm_) sm_->handleSubRouteMap();
-   }
-   void handleDescription(U32 index) override {
-      if (sm_) sm_->handleDescription(index);
    }
 
 protected:
@@ -226,8 +218,6 @@ private:
           routeMapUpdateNotifier());
       sm_->seqConfigDel();
    }
-
-   Kel::Ptr<CommonComponentRmSeqConfigFilterSm> sm_;
 };
 
 }  // namespace

@@ -5,6 +5,9 @@
 // The common component understands only a few match rules; matchRuleSupported is the one place
 // that says which, so the compiling and the filtering machines can never disagree about it.
 
+#include <sstream>
+#include <string>
+
 #include <iosfwd>
 #include <memory>
 
@@ -15,6 +18,15 @@
 #include "RoutingPolicy/config/RouteMapSeqConfigSmBase.h"
 
 namespace Routing::Policy {
+
+// Printed form of an optional object for traces: "None" when absent.
+template <class T>
+std::string textOf(const T* p) {
+   if (!p) return "None";
+   std::ostringstream os;
+   os << *p;
+   return os.str();
+}
 
 class CommonComponentRmSeqConfigSmInterface : public RmSeqConfigSmInterface {
 public:

@@ -21,17 +21,6 @@ using Routing::RouteMap::MatchRule;
 using Routing::RouteMap::PolicySymbol;
 using Routing::RouteMap::SetOption;
 
-namespace {
-
-template <class T>
-std::string textOf(const T* p) {
-   if (!p) return "None";
-   std::ostringstream os;
-   os << *p;
-   return os.str();
-}
-
-}  // namespace
 
 // --- CommonComponentRmSeqConfigSymbolSm
 

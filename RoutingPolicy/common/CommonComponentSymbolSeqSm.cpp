@@ -22,14 +22,6 @@ using Routing::RouteMap::PrefixListSymbol;
 
 namespace {
 
-template <class T>
-std::string textOf(const T* p) {
-   if (!p) return "None";
-   std::ostringstream os;
-   os << *p;
-   return os.str();
-}
-
 // Whether evaluating `status` can come back into the route map named `name`.
 bool reaches(const RouteMapStatus* status, const Kel::String& name,
              std::unordered_set<const RouteMapStatus*>& seen) {
