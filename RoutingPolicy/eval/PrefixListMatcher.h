@@ -6,9 +6,11 @@
 // a permit entry. An address no entry covers is denied, as is any address while the list is
 // undefined (null status) or of the other family.
 //
-// The walk keeps the looked-up prefix and the best entry so far in thread-local slots of the
-// callback class, so one callback object serves every evaluation on every thread and a match
-// allocates nothing. A match must not start another match on the same thread.
+// The matchers walk the trie inline over the digests the trie keeps of each node's first entry,
+// with the walk's state on the stack: a node whose chain holds one entry is decided without
+// reading the entry. prefixListMatch takes the callback's path instead: the trie's virtual walk,
+// the looked-up prefix and the best entry so far in thread-local slots of the callback class, so
+// one callback object serves every walk on every thread. Neither allocates; both decide alike.
 
 #include <iosfwd>
 
@@ -21,8 +23,8 @@
 namespace Routing::Policy {
 
 // One step of a walk: the node's candidate entry against the best so far, both kept in the
-// class's thread-local slots. The matchers take the same step through the trie's inline walk;
-// called from anywhere but a match of its class on this thread, the step does nothing.
+// class's thread-local slots. Called from anywhere but prefixListMatch on this thread, the step
+// does nothing.
 class PrefixListWalkerCb final : public PatriciaTrieWalkCb, public Kel::RefCounted {
 public:
    void handlePrefixData(const Nx::IpGenPrefix& prefix,
@@ -57,9 +59,8 @@ public:
    void plWalkerCbIs(Kel::Ptr<PrefixListWalkerCb> cb);
 
 protected:
-   bool matchPrefix(const Nx::IpGenPrefix* prefix) const {
-      return prefixListMatch(prefixListStatus_, prefix, plWalkerCb_);
-   }
+   // The inline walk over digests.
+   bool matchPrefix(const Nx::IpGenPrefix* prefix) const;
 
 private:
    const Kel::String plName_;

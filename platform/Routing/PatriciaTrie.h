@@ -30,6 +30,18 @@ class PrefixData : public Kel::RefCounted {
 public:
    // The order of entries on one node: ascending, equal keys in insertion order.
    virtual U32 chainKey() const { return 0; }
+
+   // What a walk may need to know of a chain's head without reading the entry: the trie copies
+   // it into the node when the head changes, so a walk over one-entry chains reads only the
+   // trie's own nodes. `key` is the chainKey(); `lo`, `hi` and `flag` are the payload type's to
+   // define. Fixed for the life of the entry.
+   struct Digest {
+      U32 key = 0;
+      U8 lo = 0;
+      U8 hi = 0;
+      bool flag = false;
+   };
+   virtual Digest digest() const { return {chainKey(), 0, 0, false}; }
    // The next entry of the same node, or null. A raw pointer: walks must not touch counts.
    const PrefixData* next() const { return next_.get(); }
 
@@ -115,11 +127,33 @@ public:
    static constexpr U32 kNil = 0xffffffffu;
    static constexpr U32 kGlueTag = 0x80000000u;
 
+   // The head's digest is kept in the bytes that alignment leaves free beside `len` (IPv6
+   // nodes stay at 40 bytes, IPv4 nodes grow from 24 to 32).
    struct DataNode {
+      static constexpr U8 kHeadFlag = 1;
+      static constexpr U8 kSingle = 2;  // the chain holds the head alone
+
       Key key;
       U32 child[2];
       U8 len;
+      U8 headLo;
+      U8 headHi;
+      U8 headBits;
+      U32 headKey;
       Kel::Ptr<PrefixData const> head;
+
+      bool single() const { return (headBits & kSingle) != 0; }
+      PrefixData::Digest headDigest() const {
+         return {headKey, headLo, headHi, (headBits & kHeadFlag) != 0};
+      }
+      void headChanged() {
+         const PrefixData::Digest d = head ? head->digest() : PrefixData::Digest{};
+         headKey = d.key;
+         headLo = d.lo;
+         headHi = d.hi;
+         headBits = static_cast<U8>((d.flag ? kHeadFlag : 0) |
+                                    (head && head->next() == nullptr ? kSingle : 0));
+      }
    };
    struct GlueNode {
       U32 child[2];
@@ -264,6 +298,22 @@ public:
       } else {
          v6().walk(detail::TrieV6::key(prefix), prefix.len(),
                    [&](const auto& n) { f(detail::TrieV6::prefix(n.key, n.len), *n.head); });
+      }
+   }
+
+   // The walk for callers that decide from digests: f(const PrefixData::Digest& head, const
+   // PrefixData* rest), where `rest` is null when the chain holds the head alone and the head
+   // itself otherwise, so that the entries are read only for nodes with several.
+   template <PrefixWalkFn F>
+   void ancestorWalkDigests(const Nx::IpGenPrefix& prefix, F&& f) const {
+      if (prefix.af() != af_) return;
+      const auto step = [&](const auto& n) {
+         f(n.headDigest(), n.single() ? nullptr : n.head.get());
+      };
+      if (af_ == Nx::AddressFamily::ipv4) {
+         v4().walk(detail::TrieV4::key(prefix), prefix.len(), step);
+      } else {
+         v6().walk(detail::TrieV6::key(prefix), prefix.len(), step);
       }
    }
 

@@ -39,6 +39,11 @@ public:
 
    // Entries of one trie node are kept in list order, so the first one that fits decides.
    U32 chainKey() const override { return entry_.seqno; }
+   // What a match decides on: the sequence number, the admitted lengths, permit or deny.
+   Digest digest() const override {
+      return {entry_.seqno, static_cast<U8>(entry_.minLen), static_cast<U8>(entry_.maxLen),
+              entry_.permit};
+   }
 
    U32 seqno() const { return entry_.seqno; }
    const Nx::IpGenPrefix& prefix() const { return entry_.prefix; }

@@ -28,6 +28,15 @@ MatchInput_ routeTo(const char* prefix) {
    return in;
 }
 
+// The matcher's inline walk over node digests and the callback's virtual walk must agree; the
+// answer is the matcher's.
+bool decide(const Kel::Ptr<PrefixListMatcher>& m, const char* route) {
+   const IpGenPrefix p = pfx(route);
+   const bool viaMatcher = m->matchForTest(routeTo(route), nullptr);
+   EXPECT_EQ(prefixListMatch(m->prefixListStatus(), &p, m->plWalkerCb()), viaMatcher) << route;
+   return viaMatcher;
+}
+
 // Prefix lists compiled by the platform's prefix-list compiler and read back from their symbols,
 // as route maps get them.
 class PolicyPrefixListTest : public ::testing::Test {
@@ -66,8 +75,7 @@ TEST_P(PolicyPrefixListDecisionTest, LowestSequenceOverAllCoveringNodesDecides) 
    const auto status = compile("PL", {PrefixListRule(10, true, pfx("10.0.0.0/8"), 16, 24),
                                       PrefixListRule(5, false, pfx("10.1.0.0/16"), 16, 32)});
    const auto m = prefixListMatcherFactory("PL", status);
-   EXPECT_EQ(m->matchForTest(routeTo(GetParam().route), nullptr), GetParam().permit)
-       << GetParam().route;
+   EXPECT_EQ(decide(m, GetParam().route), GetParam().permit) << GetParam().route;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -88,8 +96,8 @@ TEST_F(PolicyPrefixListTest, EntryOfTheSameNodeOutsideItsLengthsFallsThroughTheC
    const auto status = compile("PL", {PrefixListRule(10, false, pfx("10.0.0.0/8"), 24, 24),
                                       PrefixListRule(20, true, pfx("10.0.0.0/8"), {}, 32)});
    const auto m = prefixListMatcherFactory("PL", status);
-   EXPECT_TRUE(m->matchForTest(routeTo("10.1.0.0/16"), nullptr)) << "seq 10 skipped, seq 20";
-   EXPECT_FALSE(m->matchForTest(routeTo("10.1.1.0/24"), nullptr)) << "seq 10 decides";
+   EXPECT_TRUE(decide(m, "10.1.0.0/16")) << "seq 10 skipped, seq 20";
+   EXPECT_FALSE(decide(m, "10.1.1.0/24")) << "seq 10 decides";
 }
 
 TEST_F(PolicyPrefixListTest, FamilyMismatchAndUndefinedListNeverMatch) {
@@ -226,6 +234,10 @@ TEST_F(PolicyPrefixListTest, ThreadsMatchingAtOnceGetTheSingleThreadedAnswers) {
          const int got =
              m->matchForTest(routes[k], nullptr) * 2 + acl->matchForTest(routes[k], nullptr);
          if (got != expected[k]) ++mismatches[t];
+         // The callback object is shared too; its walk state is per thread.
+         const bool viaCb = prefixListMatch(m->prefixListStatus(), routes[k].getPrefixPointer(),
+                                            m->plWalkerCb());
+         if (viaCb != (expected[k] >= 2)) ++mismatches[t];
       }
    };
    std::thread a(run, 0), b(run, 1);

@@ -18,6 +18,10 @@ public:
    Entry(U32 key, int id) : key_(key), id_(id) { ++alive; }
    ~Entry() override { --alive; }
    U32 chainKey() const override { return key_; }
+   // The id in the digest, so a walk over digests can say which entry heads each chain.
+   Digest digest() const override {
+      return {key_, static_cast<U8>(id_), static_cast<U8>(id_ >> 8), (id_ & 1) != 0};
+   }
    int id() const { return id_; }
 
    static inline int alive = 0;
@@ -42,6 +46,27 @@ std::vector<Visit> inlineWalk(const Routing::PatriciaTrieWithNodeData& t, const 
    std::vector<Visit> out;
    t.ancestorWalk(q, [&](const IpGenPrefix& p, const Routing::PrefixData& head) {
       out.emplace_back(p, chainIds(&head));
+   });
+   return out;
+}
+
+// The walk over digests, turned back into visits: the head's id from its digest, the rest of the
+// chain only when the trie says there is more than the head. Prefixes are not reported by this
+// walk, so they are taken from `want`, whose length the caller checks first.
+std::vector<Visit> digestWalk(const Routing::PatriciaTrieWithNodeData& t, const IpGenPrefix& q,
+                              const std::vector<Visit>& want) {
+   std::vector<Visit> out;
+   t.ancestorWalkDigests(q, [&](const Routing::PrefixData::Digest& head,
+                                const Routing::PrefixData* rest) {
+      const int id = head.lo | (head.hi << 8);
+      EXPECT_EQ(head.flag, (id & 1) != 0);
+      std::vector<int> ids{id};
+      if (rest != nullptr) {
+         ids = chainIds(rest);
+         EXPECT_GT(ids.size(), 1u);
+         EXPECT_EQ(ids.front() & 0xffff, id);
+      }
+      out.emplace_back(out.size() < want.size() ? want[out.size()].first : q, std::move(ids));
    });
    return out;
 }
@@ -192,6 +217,11 @@ protected:
          const std::vector<Visit> want = model_.walk(q);
          ASSERT_EQ(inlineWalk(*trie_, q), want) << "query " << q;
          ASSERT_EQ(virtualWalk(*trie_, q), want) << "query " << q;
+         std::vector<Visit> wantMasked = want;
+         for (auto& [p, ids] : wantMasked) {
+            if (ids.size() == 1) ids[0] &= 0xffff;
+         }
+         ASSERT_EQ(digestWalk(*trie_, q, want), wantMasked) << "digest query " << q;
          const auto it = model_.chains().find(q);
          ASSERT_EQ(chainIds(trie_->route(q).get()),
                    it == model_.chains().end() ? std::vector<int>{} : want.back().second)
