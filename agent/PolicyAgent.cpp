@@ -1,0 +1,505 @@
+#include "agent/PolicyAgent.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <set>
+
+#include "Kel/Machine.h"
+#include "Orb/Dump.h"
+#include "Routing/RouteMap/PolicySymbol.h"
+#include "RoutingPolicy/common/CommonComponent.h"
+#include "RoutingPolicy/status/RouteMapStatus.h"
+#include "RoutingPolicy/status/RouteMapSymbol.h"
+#include "Termout/RendererV2.h"
+
+namespace Routing::Policy::agent {
+
+using Routing::RouteMap::Config;
+using Routing::RouteMap::Map;
+using Routing::RouteMap::MapEntry;
+using Routing::RouteMap::MatchOption;
+using Routing::RouteMap::MatchRule;
+
+namespace {
+
+// A sequence as the entity holds it, in the document's terms. Values the entity keeps behind a
+// cleared flag (so that turning a clause on again restores it) are not part of the sequence.
+RouteMapSeqDoc seqDocOf(const MapEntry& e) {
+   RouteMapSeqDoc d;
+   d.seqno = e.seqno();
+   d.permit = e.permit();
+   for (const auto& [option, rule] : e.matchRules()) d.matchRules.emplace(option, rule);
+   const MapEntry::SetFlags flags = e.setFlags();
+   if (flags & MapEntry::tagFlag) d.tag = e.tag().value();
+   if ((flags & MapEntry::distanceFlag) && e.distance().value() != 0) {
+      d.distance = e.distance().value();
+   }
+   if ((flags & MapEntry::metricFlag) && e.metric().hasValue()) d.metric = e.metric().value();
+   if (flags & MapEntry::continueFlag) d.continueSeq = e.continueSeq();
+   d.subRouteMap = e.subRouteMap();
+   d.subRouteMapInvert = e.subRouteMapInvert();
+   for (const auto& [index, text] : e.descriptions()) d.descriptions.push_back(text);
+   return d;
+}
+
+// Writes the wanted sequence into the entity, attribute by attribute; each setter compares
+// first, so only what differs notifies. The order is the one a sequence machine expects: a
+// value before the flag that enables it (the flag's change reads the value), except the
+// distance, whose value drives its setter and so comes after its flag.
+void writeSeq(MapEntry& e, const RouteMapSeqDoc& d) {
+   e.permitIs(d.permit);
+
+   std::vector<MatchOption> gone;
+   for (const auto& [option, rule] : e.matchRules()) {
+      if (d.matchRules.count(option) == 0) gone.push_back(option);
+   }
+   for (MatchOption o : gone) e.matchRuleDel(o);
+   for (const auto& [option, rule] : d.matchRules) {
+      if (!(e.matchRule(option) == rule)) e.matchRuleIs(rule);
+   }
+
+   if (d.tag) e.tagIs(RouteTag(*d.tag));
+   if (d.metric) e.metricIs(Orb::MaybeU63(*d.metric));
+   if (d.continueSeq) e.continueSeqIs(*d.continueSeq);
+   MapEntry::SetFlags flags = 0;
+   if (d.tag) flags |= MapEntry::tagFlag;
+   if (d.metric) flags |= MapEntry::metricFlag;
+   if (d.continueSeq) flags |= MapEntry::continueFlag;
+   if (d.distance) flags |= MapEntry::distanceFlag;
+   e.setFlagsIs(flags);
+   // "no set distance" also returns the value to unset: that reset is what removes the setter.
+   e.distanceIs(d.distance ? RoutePreference(*d.distance) : RoutePreference());
+
+   e.subRouteMapIs(d.subRouteMap, d.subRouteMapInvert);
+
+   for (U32 i = 0; i < d.descriptions.size(); ++i) e.descriptionIs(i, d.descriptions[i]);
+   std::vector<U32> extra;
+   for (const auto& [index, text] : e.descriptions()) {
+      if (index >= d.descriptions.size()) extra.push_back(index);
+   }
+   for (U32 i : extra) e.descriptionDel(i);
+}
+
+Acl::AclType aclType(bool ipv6) {
+   return ipv6 ? Acl::AclType::ipv6 : Acl::AclType::ip;
+}
+
+bool sameRules(const Acl::AclSubConfig* cfg, const AccessListDoc& d) {
+   if (cfg == nullptr) return false;
+   const std::size_t wanted = d.ipv6 ? d.ip6Rules.size() : d.ipRules.size();
+   if (cfg->ruleIds().size() != wanted) return false;
+   for (const auto& [seqno, id] : cfg->ruleIds()) {
+      if (d.ipv6) {
+         const auto it = d.ip6Rules.find(seqno);
+         if (it == d.ip6Rules.end() || !cfg->ip6RuleHas(id) || !(cfg->ip6Rule(id) == it->second))
+            return false;
+      } else {
+         const auto it = d.ipRules.find(seqno);
+         if (it == d.ipRules.end() || !cfg->ipRuleHas(id) || !(cfg->ipRule(id) == it->second))
+            return false;
+      }
+   }
+   return true;
+}
+
+// Which kind of list a match option names; empty for options that name none.
+std::string listKind(MatchOption o) {
+   switch (o) {
+      case MatchOption::matchIpAddressAccessList:
+         return "access-list";
+      case MatchOption::matchIpv6AddressPrefixList:
+         return "ipv6 prefix-list";
+      case MatchOption::matchIpAddressPrefixList:
+      case MatchOption::matchIpNexthopPrefixList:
+      case MatchOption::matchIpResolvedNexthopPrefixList:
+      case MatchOption::matchRouterIdPrefixList:
+         return "prefix-list";
+      default:
+         return {};
+   }
+}
+
+}  // namespace
+
+std::string Reference::text() const {
+   return fmt::format("route-map {} seq {}: {} {} is not configured", routeMap, seqno, kind, name);
+}
+
+std::string BlockedSequence::text() const {
+   return fmt::format("route-map {} seq {} is blocked: its sub-route-map calls form a cycle",
+                      routeMap, seqno);
+}
+
+// Keeps one status list's route maps current: each follows its route map's symbol and takes
+// every status the compiler publishes there.
+class PolicyAgent::StatusListSm {
+public:
+   StatusListSm(const Kel::Ptr<PolicyRoot>& root,
+                const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps)
+       : list_(routeMapStatusListFactory()) {
+      for (const auto& [precedence, name] : routeMaps) {
+         auto follower = std::make_unique<Follower>(this, precedence);
+         follower->symbol = routeMapSymbolFactory(name)->dedup(root->routeMapTable());
+         follower->notifierIs(follower->symbol);
+         followers_.push_back(std::move(follower));
+      }
+      for (const auto& f : followers_) f->take();
+   }
+   ~StatusListSm() {
+      for (const auto& f : followers_) f->notifierIs(nullptr);
+   }
+
+   const Kel::Ptr<RouteMapStatusList>& list() const { return list_; }
+
+private:
+   struct Follower : Routing::RouteMap::PolicySymbol::Reactor {
+      Follower(StatusListSm* o, RmPrecedence p) : owner(o), precedence(p) {}
+      void handleVersion() override { take(); }
+      void take() {
+         owner->list_->rmStatusIs(precedence, symbol->rmStatus());
+         owner->list_->updateFeatures();
+      }
+      StatusListSm* owner;
+      RmPrecedence precedence;
+      Kel::Ptr<RouteMapSymbol> symbol;
+   };
+
+   Kel::Ptr<RouteMapStatusList> list_;
+   std::vector<std::unique_ptr<Follower>> followers_;
+};
+
+PolicyAgent::PolicyAgent()
+    : root_(policyRootFactory()),
+      config_(Routing::RouteMap::configFactory()),
+      filtered_(Routing::RouteMap::configFactory()),
+      symbols_(allRouteMapSymbolFactory()),
+      scheduler_(Orb::taskSchedulerFactory()),
+      am_(Kel::activityManagerFactory()),
+      prefixLists_(Routing::RouteMap::prefixListConfigRootFactory()),
+      acls_(Acl::Input::configFactory()),
+      aclSymbols_(Routing::RouteMap::allIpAccessListSymbolFactory()) {
+   am_->workSourceIs(scheduler_.get());
+   prefixListSm_ = Routing::RouteMap::prefixListCompilerSmFactory(
+       prefixLists_, root_->ipv4PrefixListTable(), root_->ipv6PrefixListTable());
+   aclSm_ = aclConfigSmFactory(acls_, aclSymbols_, root_->ipAclListTable(), am_);
+   routeMapSm_ = routeMapConfigSmFactory(config_, filtered_, symbols_, root_,
+                                         commonComponentRmConfigFilterSmHelperFactory(),
+                                         commonComponentRmConfigSymbolSmHelperFactory(),
+                                         scheduler_);
+}
+
+PolicyAgent::~PolicyAgent() {
+   statusLists_.clear();
+   routeMapSm_ = nullptr;
+   aclSm_ = nullptr;
+   prefixListSm_ = nullptr;
+   am_->workSourceDel(scheduler_.get());
+}
+
+void PolicyAgent::runUntilIdle() {
+   am_->runUntilIdle();
+}
+
+ApplyResult PolicyAgent::apply(std::string_view text, const std::string& file) {
+   ParseResult parsed = parseConfigText(text, file);
+   ApplyResult r;
+   r.errors = std::move(parsed.errors);
+   r.warnings = std::move(parsed.warnings);
+   if (!r.errors.empty()) return r;
+   r.stats = apply(parsed.document);
+   return r;
+}
+
+namespace {
+void add(ApplyStats& to, const ApplyStats& s) {
+   to.prefixListsChanged += s.prefixListsChanged;
+   to.prefixListsDeleted += s.prefixListsDeleted;
+   to.prefixListEntriesWritten += s.prefixListEntriesWritten;
+   to.prefixListEntriesDeleted += s.prefixListEntriesDeleted;
+   to.accessListsChanged += s.accessListsChanged;
+   to.accessListsDeleted += s.accessListsDeleted;
+   to.routeMapsChanged += s.routeMapsChanged;
+   to.routeMapsDeleted += s.routeMapsDeleted;
+   to.sequencesWritten += s.sequencesWritten;
+   to.sequencesDeleted += s.sequencesDeleted;
+}
+}  // namespace
+
+ApplyStats PolicyAgent::apply(const ConfigDocument& doc) {
+   // Lists first, so that route maps compiled in the same run find them published.
+   ApplyStats stats;
+   add(stats, applyPrefixLists(doc));
+   add(stats, applyAccessLists(doc));
+   add(stats, applyRouteMaps(doc));
+   document_ = doc;
+   runUntilIdle();
+   return stats;
+}
+
+ApplyStats PolicyAgent::applyPrefixLists(const ConfigDocument& doc) {
+   ApplyStats s;
+   for (const Nx::AddressFamily af : {Nx::AddressFamily::ipv4, Nx::AddressFamily::ipv6}) {
+      std::vector<Kel::Name> gone;
+      for (const auto& [name, pl] : prefixLists_->prefixLists(af)) {
+         if (doc.prefixLists.count({af, name}) == 0) gone.push_back(name);
+      }
+      for (const auto& name : gone) {
+         prefixLists_->prefixListDel(af, name);
+         ++s.prefixListsDeleted;
+      }
+   }
+   for (const auto& [key, d] : doc.prefixLists) {
+      bool changed = !prefixLists_->prefixListHas(d.af, d.name);
+      const auto pl = prefixLists_->prefixListIs(d.af, d.name);
+      std::vector<U32> gone;
+      for (const auto& [seqno, rule] : pl->entries()) {
+         if (d.rules.count(seqno) == 0) gone.push_back(seqno);
+      }
+      for (U32 seqno : gone) {
+         pl->entryDel(seqno);
+         ++s.prefixListEntriesDeleted;
+         changed = true;
+      }
+      for (const auto& [seqno, rule] : d.rules) {
+         if (pl->entryHas(seqno) && pl->entry(seqno) == rule) continue;
+         pl->entryIs(rule);
+         ++s.prefixListEntriesWritten;
+         changed = true;
+      }
+      if (changed) {
+         pl->versionIs(pl->version() + 1);
+         ++s.prefixListsChanged;
+      }
+   }
+   return s;
+}
+
+ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
+   ApplyStats s;
+   for (const bool ipv6 : {false, true}) {
+      const Acl::AclType type = aclType(ipv6);
+      auto typeConfig = acls_->aclTypeConfig(type);
+      if (typeConfig) {
+         std::vector<Kel::Name> gone;
+         for (const auto& [name, acl] : typeConfig->acls()) {
+            if (doc.accessLists.count({ipv6, name}) == 0) gone.push_back(name);
+         }
+         for (const auto& name : gone) {
+            typeConfig->aclDel(name);
+            ++s.accessListsDeleted;
+         }
+      }
+      for (const auto& [key, d] : doc.accessLists) {
+         if (d.ipv6 != ipv6) continue;
+         if (!typeConfig) {
+            // The type's configuration stays once made: removing it would leave its lists'
+            // symbols behind with their last tries.
+            acls_->aclTypeConfigIs(Acl::Input::aclTypeConfigFactory(type));
+            typeConfig = acls_->aclTypeConfig(type);
+         }
+         const auto existing = typeConfig->acl(d.name);
+         if (existing && sameRules(existing->currCfg().get(), d)) continue;
+         auto cfg = Acl::aclSubConfigFactory(type);
+         if (ipv6) {
+            for (const auto& [seqno, rule] : d.ip6Rules) {
+               const Acl::UniqueId id(++nextAclRuleId_);
+               cfg->ruleIdIs(seqno, id);
+               cfg->ip6RuleIs(id, rule);
+            }
+         } else {
+            for (const auto& [seqno, rule] : d.ipRules) {
+               const Acl::UniqueId id(++nextAclRuleId_);
+               cfg->ruleIdIs(seqno, id);
+               cfg->ipRuleIs(id, rule);
+            }
+         }
+         if (existing) {
+            existing->currCfgIs(std::move(cfg));
+            existing->versionIs(existing->version() + 1);
+         } else {
+            auto acl = Acl::aclConfigFactory(d.name);
+            acl->currCfgIs(std::move(cfg));
+            acl->versionIs(1);
+            typeConfig->aclIs(acl);
+         }
+         ++s.accessListsChanged;
+      }
+   }
+   return s;
+}
+
+ApplyStats PolicyAgent::applyRouteMaps(const ConfigDocument& doc) {
+   ApplyStats s;
+   std::vector<Kel::Name> gone;
+   for (const auto& [name, map] : config_->routeMaps()) {
+      if (doc.routeMaps.count(name) == 0) gone.push_back(name);
+   }
+   for (const auto& name : gone) {
+      config_->routeMapDel(name);
+      ++s.routeMapsDeleted;
+   }
+   for (const auto& [name, d] : doc.routeMaps) {
+      bool changed = !config_->routeMap(name);
+      const auto map = config_->routeMapIs(name);
+      std::vector<U32> goneSeqs;
+      for (const auto& [seqno, entry] : map->mapEntries()) {
+         if (d.seqs.count(seqno) == 0) goneSeqs.push_back(seqno);
+      }
+      for (U32 seqno : goneSeqs) {
+         map->mapEntryDel(seqno);
+         ++s.sequencesDeleted;
+         changed = true;
+      }
+      for (const auto& [seqno, seq] : d.seqs) {
+         auto entry = map->mapEntry(seqno);
+         if (entry && seqDocOf(*entry) == seq) continue;
+         if (!entry) entry = map->mapEntryIs(seqno);
+         writeSeq(*entry, seq);
+         ++s.sequencesWritten;
+         changed = true;
+      }
+      // The version marks a finished batch of edits: the compiler publishes at it.
+      if (changed) {
+         map->versionIs(map->version() + 1);
+         ++s.routeMapsChanged;
+      }
+   }
+   return s;
+}
+
+bool PolicyAgent::routeMapConfigured(const Kel::Name& name) const {
+   return document_.routeMaps.count(name) != 0;
+}
+
+Kel::Ptr<RouteMapStatus const> PolicyAgent::routeMapStatus(const Kel::Name& name) const {
+   return routeMapSymbolFactory(name)->dedup(root_->routeMapTable())->rmStatus();
+}
+
+Kel::Ptr<RouteMapStatusList const> PolicyAgent::statusList(
+    const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps) {
+   statusLists_.push_back(std::make_unique<StatusListSm>(root_, routeMaps));
+   return statusLists_.back()->list();
+}
+
+void PolicyAgent::dropStatusList(const Kel::Ptr<RouteMapStatusList const>& list) {
+   std::erase_if(statusLists_, [&](const auto& sm) { return sm->list() == list; });
+}
+
+std::vector<Reference> PolicyAgent::undefinedReferences() const {
+   std::vector<Reference> out;
+   for (const auto& [rmName, rm] : document_.routeMaps) {
+      for (const auto& [seqno, seq] : rm.seqs) {
+         for (const auto& [option, rule] : seq.matchRules) {
+            const std::string kind = listKind(option);
+            if (kind.empty()) continue;
+            bool defined;
+            if (kind == "access-list") {
+               defined = document_.accessLists.count({false, rule.listName()}) != 0 ||
+                         document_.accessLists.count({true, rule.listName()}) != 0;
+            } else {
+               const auto af = kind == "prefix-list" ? Nx::AddressFamily::ipv4
+                                                     : Nx::AddressFamily::ipv6;
+               defined = document_.prefixLists.count({af, rule.listName()}) != 0;
+            }
+            if (!defined) out.push_back({kind, rule.listName(), rmName, seqno, seq.line});
+         }
+         if (!seq.subRouteMap.empty() && document_.routeMaps.count(seq.subRouteMap) == 0) {
+            out.push_back({"route-map", seq.subRouteMap, rmName, seqno, seq.line});
+         }
+      }
+   }
+   return out;
+}
+
+std::vector<BlockedSequence> PolicyAgent::blockedSequences() const {
+   std::vector<BlockedSequence> out;
+   for (const auto& [name, sm] : routeMapSm_->routeMapConfigFilterSms()) {
+      const auto& blocked = sm->routeMapBlockedSequenceList();
+      if (!blocked) continue;
+      for (const auto& [seqno, isBlocked] : blocked->sequences()) {
+         if (isBlocked) out.push_back({name, seqno});
+      }
+   }
+   std::sort(out.begin(), out.end(), [](const BlockedSequence& a, const BlockedSequence& b) {
+      return std::tie(a.routeMap, a.seqno) < std::tie(b.routeMap, b.seqno);
+   });
+   return out;
+}
+
+Kel::Ptr<Config const> PolicyAgent::filteredConfig() const {
+   return filtered_;
+}
+
+std::string PolicyAgent::routeMapDump(const Kel::Name& name) const {
+   const auto status = routeMapStatus(name);
+   if (!status) return {};
+   Orb::DumpContext ctx;
+   status->dumpState(ctx, 0);
+   return ctx.str();
+}
+
+ConfigDocument PolicyAgent::filteredDocument() const {
+   ConfigDocument doc = document_;
+   doc.routeMaps.clear();
+   for (const auto& [name, map] : filtered_->routeMaps()) {
+      RouteMapDoc rm;
+      rm.name = name;
+      for (const auto& [seqno, entry] : map->mapEntries()) rm.seqs.emplace(seqno, seqDocOf(*entry));
+      doc.routeMaps.emplace(name, std::move(rm));
+   }
+   return doc;
+}
+
+// ---- Evaluation --------------------------------------------------------------------------
+
+PolicyEvaluator::PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> list)
+    : list_(std::move(list)),
+      eval_(policyEvalFactory()),
+      explainEval_(policyEvalFactory()),
+      context_(policyEvalContextFactory()) {
+   explainEval_->contextIs(context_);
+}
+
+Evaluation PolicyEvaluator::evaluate(const MatchInput_& route, bool explain) const {
+   Evaluation e;
+   if (!explain) {
+      e.permit = eval_->eval(&route, list_, &e.result);
+      return e;
+   }
+   // The decision of PolicyEval::evalPolicyMatchers, one route map at a time so that each gets
+   // its own log.
+   MatchedRouteMapSequences matched;
+   e.permit = true;
+   if (list_) {
+      for (const auto& [precedence, rm] : list_->rmStatusMap()) {
+         if (rm->seqStatusMap().empty()) continue;
+         auto log = policyEvaluationLogFactory(rm);
+         context_->logIs(log);
+         const bool permit = explainEval_->evalRouteMapMatchers(&route, rm.get(), &matched);
+         e.logs.push_back(std::move(log));
+         if (!permit) {
+            e.permit = false;
+            break;
+         }
+      }
+   }
+   context_->logIs(nullptr);
+   if (e.permit) explainEval_->applyPolicySetters(&matched, &e.result);
+   return e;
+}
+
+std::string explanationText(const Evaluation& e) {
+   std::string out;
+   for (const auto& log : e.logs) out += log->toStrep(0);
+   return out;
+}
+
+std::string explanationJson(const Evaluation& e) {
+   Termout::RendererV2 r;
+   r.startList();
+   for (const auto& log : e.logs) log->toJson(r);
+   r.endList();
+   return r.str();
+}
+
+}  // namespace Routing::Policy::agent

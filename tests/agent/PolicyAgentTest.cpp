@@ -1,0 +1,296 @@
+#include "agent/PolicyAgent.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Routing/RouteMap/Options.h"
+
+namespace {
+
+using namespace Routing::Policy;
+using namespace Routing::Policy::agent;
+
+MatchInput_ route(const char* prefix, U32 tag = 0,
+                  Routing::RouteProto proto = Routing::RouteProto::connected) {
+   MatchInput_ in;
+   in.prefixIs(Nx::IpGenPrefix::fromStrep(prefix));
+   in.tagIs(Routing::RouteTag(tag));
+   in.protocolIs(proto);
+   return in;
+}
+
+// "permit tag=T pref=P" or "deny": what a caller of the evaluator sees.
+std::string verdict(const Evaluation& e) {
+   if (!e.permit) return "deny";
+   return "permit tag=" + std::to_string(e.result.tag().value()) +
+          " pref=" + std::to_string(e.result.preference().value());
+}
+
+const char* const kEdge = R"(
+ip prefix-list CUSTOMERS seq 5 deny 10.66.0.0/16 le 32
+ip prefix-list CUSTOMERS seq 10 permit 10.0.0.0/8 le 24
+ip prefix-list BOGONS seq 10 permit 192.168.0.0/16 le 32
+ipv6 prefix-list V6 seq 10 permit 2001:db8::/32 le 64
+ip access-list MGMT
+   10 remark the management range
+   20 permit 172.16.0.0 0.0.255.255
+route-map EDGE deny 10
+   match ip address prefix-list BOGONS
+route-map EDGE permit 20
+   description customers, tagged and checked further
+   match ip address prefix-list CUSTOMERS
+   set tag 100
+   continue 40
+route-map EDGE permit 30
+   match ip address access-list MGMT
+   set distance 50
+route-map EDGE permit 40
+   sub-route-map CHECK
+   set distance 20
+route-map CHECK permit 10
+   match tag 7
+route-map CHECK permit 20
+   match source-protocol static
+)";
+
+class PolicyAgentTest : public ::testing::Test {
+protected:
+   void SetUp() override { ASSERT_TRUE(agent_.apply(kEdge, "edge.conf").ok()); }
+
+   std::string eval(const MatchInput_& in) {
+      if (!list_) list_ = agent_.statusList({{RmPrecedence::rmBased, "EDGE"}});
+      const Evaluation quick = PolicyEvaluator(list_).evaluate(in);
+      const Evaluation explained = PolicyEvaluator(list_).evaluate(in, true);
+      EXPECT_EQ(verdict(quick), verdict(explained)) << "explain must not change the answer";
+      return verdict(quick);
+   }
+
+   U32 mapVersion(const char* name) const {
+      return agent_.routeMapConfig()->routeMap(name)->version();
+   }
+   U32 listVersion(const char* name) const {
+      return agent_.prefixListConfig()->prefixList(Nx::AddressFamily::ipv4, name)->version();
+   }
+
+   PolicyAgent agent_;
+   Kel::Ptr<RouteMapStatusList const> list_;
+};
+
+TEST_F(PolicyAgentTest, EvaluatesThroughListsContinueAndSubRouteMap) {
+   const Routing::RouteProto stat = Routing::RouteProto::staticRoute;
+   EXPECT_EQ(eval(route("192.168.1.0/24", 0, stat)), "deny");  // bogon, seq 10
+   // A customer route continues to 40, which adds its distance when CHECK permits; when it
+   // does not, the permit of seq 20 stands.
+   EXPECT_EQ(eval(route("10.1.0.0/16", 0, stat)), "permit tag=100 pref=20");
+   EXPECT_EQ(eval(route("10.1.0.0/16", 7)), "permit tag=100 pref=20");
+   EXPECT_EQ(eval(route("10.1.0.0/16", 3)), "permit tag=100 pref=0");
+   // The list's deny entry: seq 20 does not match, seq 40 does on its own.
+   EXPECT_EQ(eval(route("10.66.1.0/24", 0, stat)), "permit tag=0 pref=20");
+   EXPECT_EQ(eval(route("10.66.1.0/24", 3)), "deny");
+   EXPECT_EQ(eval(route("10.1.2.128/25", 7)), "permit tag=0 pref=20");      // beyond le 24
+   EXPECT_EQ(eval(route("172.16.5.0/24")), "permit tag=0 pref=50");
+   EXPECT_EQ(eval(route("172.17.5.0/24")), "deny");
+}
+
+TEST_F(PolicyAgentTest, ReapplyingTheSameTextTouchesNothing) {
+   const U32 edge = mapVersion("EDGE"), check = mapVersion("CHECK"), cust = listVersion("CUSTOMERS");
+   const auto status = agent_.routeMapStatus("EDGE");
+   const ApplyResult r = agent_.apply(kEdge, "edge.conf");
+   ASSERT_TRUE(r.ok());
+   EXPECT_TRUE(r.stats.unchanged());
+   EXPECT_EQ(mapVersion("EDGE"), edge);
+   EXPECT_EQ(mapVersion("CHECK"), check);
+   EXPECT_EQ(listVersion("CUSTOMERS"), cust);
+   EXPECT_EQ(agent_.routeMapStatus("EDGE"), status) << "no recompile";
+}
+
+TEST_F(PolicyAgentTest, OnlyWhatChangedIsTouched) {
+   std::string text = kEdge;
+   // One prefix-list entry changed, one sequence removed, one access-list rule changed.
+   text.replace(text.find("10.66.0.0/16 le 32"), 18, "10.1.0.0/16 le 32");
+   ASSERT_NE(text.find("seq 5 deny 10.1.0.0/16 le 32"), std::string::npos);
+   const std::size_t seq30 = text.find("route-map EDGE permit 30");
+   text.erase(seq30, text.find("route-map EDGE permit 40") - seq30);
+   text.replace(text.find("172.16.0.0 0.0.255.255"), 22, "172.16.0.0 0.0.0.255");
+   const U32 edge = mapVersion("EDGE"), check = mapVersion("CHECK");
+   const U32 cust = listVersion("CUSTOMERS"), bogons = listVersion("BOGONS");
+
+   const ApplyResult r = agent_.apply(text, "edge2.conf");
+   ASSERT_TRUE(r.ok()) << (r.errors.empty() ? "" : r.errors[0].text());
+   ApplyStats want;
+   want.prefixListsChanged = 1;
+   want.prefixListEntriesWritten = 1;
+   want.accessListsChanged = 1;
+   want.routeMapsChanged = 1;
+   want.sequencesDeleted = 1;
+   EXPECT_EQ(r.stats, want);
+   EXPECT_EQ(listVersion("CUSTOMERS"), cust + 1);
+   EXPECT_EQ(listVersion("BOGONS"), bogons);
+   EXPECT_EQ(mapVersion("EDGE"), edge + 1);
+   EXPECT_EQ(mapVersion("CHECK"), check);
+   EXPECT_FALSE(agent_.routeMapConfig()->routeMap("EDGE")->mapEntry(30));
+   // The status list made before the change follows it.
+   EXPECT_EQ(eval(route("10.1.5.0/24", 7)), "permit tag=0 pref=20");
+   EXPECT_EQ(eval(route("172.16.5.0/24")), "deny");
+}
+
+TEST_F(PolicyAgentTest, AFailedApplyChangesNothing) {
+   const U32 edge = mapVersion("EDGE");
+   const ConfigDocument before = agent_.document();
+   const std::string bad = std::string(kEdge) + "route-map EDGE permit 50\n   continue 40\n" +
+                           "ip prefix-list CUSTOMERS seq 30 permit 10.0.0.1/8\n";
+   const ApplyResult r = agent_.apply(bad, "bad.conf");
+   ASSERT_EQ(r.errors.size(), 2u);
+   const auto lines = static_cast<U32>(std::count(bad.begin(), bad.end(), '\n'));
+   EXPECT_EQ(r.errors[0].line, lines - 1) << r.errors[0].text();
+   EXPECT_EQ(r.errors[1].line, lines) << r.errors[1].text();
+   EXPECT_TRUE(r.stats.unchanged());
+   EXPECT_EQ(agent_.document(), before);
+   EXPECT_EQ(mapVersion("EDGE"), edge);
+   EXPECT_EQ(eval(route("10.1.0.0/16", 7)), "permit tag=100 pref=20");
+}
+
+TEST_F(PolicyAgentTest, RemovedRouteMapsAndListsLeaveTheEntities) {
+   ASSERT_TRUE(agent_.apply("ip prefix-list BOGONS seq 10 permit 192.168.0.0/16\n", "t").ok());
+   EXPECT_TRUE(agent_.routeMapConfig()->routeMaps().empty());
+   EXPECT_FALSE(agent_.prefixListConfig()->prefixListHas(Nx::AddressFamily::ipv4, "CUSTOMERS"));
+   EXPECT_FALSE(agent_.routeMapStatus("EDGE"));
+   EXPECT_TRUE(agent_.accessListConfig()->aclTypeConfig(Acl::AclType::ip)->acls().empty());
+}
+
+TEST(PolicyAgentCheckTest, ReportsUndefinedReferencesAndBlockedCycles) {
+   PolicyAgent agent;
+   const ApplyResult r = agent.apply(R"(route-map A permit 10
+   match ip address prefix-list NOPE
+   sub-route-map B
+route-map B permit 10
+   match ipv6 address prefix-list NOPE6
+   sub-route-map A
+route-map B permit 20
+   sub-route-map GHOST invert-result
+)",
+                                     "c.conf");
+   ASSERT_TRUE(r.ok());
+   std::vector<std::string> refs;
+   for (const auto& ref : agent.undefinedReferences()) refs.push_back(ref.text());
+   EXPECT_EQ(refs, (std::vector<std::string>{
+                       "route-map A seq 10: prefix-list NOPE is not configured",
+                       "route-map B seq 10: ipv6 prefix-list NOPE6 is not configured",
+                       "route-map B seq 20: route-map GHOST is not configured"}));
+   const auto blocked = agent.blockedSequences();
+   ASSERT_FALSE(blocked.empty());
+   EXPECT_EQ(blocked[0].text(),
+             "route-map " + blocked[0].routeMap + " seq 10 is blocked: its sub-route-map calls " +
+                 "form a cycle");
+}
+
+TEST_F(PolicyAgentTest, ThreadsEvaluatingTogetherGetTheSingleThreadedAnswers) {
+   const auto list = agent_.statusList({{RmPrecedence::rmBased, "EDGE"}});
+   std::vector<MatchInput_> routes;
+   std::mt19937 rng(7);
+   for (int i = 0; i < 400; ++i) {
+      const std::string p = std::to_string(rng() % 2 ? 10 : 172) + "." + std::to_string(rng() % 80) +
+                            "." + std::to_string(rng() % 256) + ".0/24";
+      routes.push_back(route(p.c_str(), rng() % 8));
+   }
+   std::vector<std::string> want;
+   for (const auto& r : routes) want.push_back(verdict(PolicyEvaluator(list).evaluate(r)));
+   std::vector<std::string> got[2];
+   auto run = [&](int t) {
+      const PolicyEvaluator ev(list);
+      for (int pass = 0; pass < 50; ++pass) {
+         got[t].clear();
+         for (const auto& r : routes) got[t].push_back(verdict(ev.evaluate(r, pass % 10 == 0)));
+      }
+   };
+   std::thread a(run, 0), b(run, 1);
+   a.join();
+   b.join();
+   EXPECT_EQ(got[0], want);
+   EXPECT_EQ(got[1], want);
+}
+
+// After any sequence of whole-configuration edits, the agent answers every route exactly as an
+// agent that was given only the final configuration.
+class RandomConfig {
+public:
+   explicit RandomConfig(unsigned seed) : rng_(seed) {}
+
+   std::string next() {
+      std::string t;
+      for (const char* pl : {"PA", "PB"}) {
+         for (U32 seq = 10; seq <= 40; seq += 10) {
+            if (pick(3) == 0) continue;
+            const U32 len = 8 + 8 * pick(3);
+            t += fmt("ip prefix-list %s seq %u %s 10.%u.0.0/%u", pl, seq,
+                     pick(3) ? "permit" : "deny", len == 8 ? 0 : pick(4), len);
+            t += pick(2) ? " le 24\n" : "\n";
+         }
+      }
+      for (const char* rm : {"SUB", "RM"}) {
+         for (U32 seq = 10; seq <= 50; seq += 10) {
+            if (pick(4) == 0) continue;
+            t += fmt("route-map %s %s %u\n", rm, pick(4) ? "permit" : "deny", seq);
+            if (pick(2)) t += fmt("   match ip address prefix-list %s\n", pick(2) ? "PA" : "PB");
+            if (pick(3) == 0) t += fmt("   match tag %u\n", pick(3));
+            if (pick(3) == 0) t += fmt("   set tag %u\n", 100 + pick(5));
+            if (pick(3) == 0) t += fmt("   set distance %u\n", 1 + pick(200));
+            if (seq < 50 && pick(4) == 0) {
+               t += pick(2) ? "   continue\n" : fmt("   continue %u\n", seq + 10 * (1 + pick(2)));
+            }
+            if (rm[0] == 'R' && pick(5) == 0) {
+               t += pick(2) ? "   sub-route-map SUB\n" : "   sub-route-map SUB invert-result\n";
+            }
+         }
+      }
+      return t;
+   }
+
+private:
+   U32 pick(U32 n) { return static_cast<U32>(rng_() % n); }
+   template <class... A>
+   static std::string fmt(const char* f, A... a) {
+      char buf[160];
+      std::snprintf(buf, sizeof buf, f, a...);
+      return buf;
+   }
+   std::mt19937 rng_;
+};
+
+TEST(PolicyAgentRandomTest, IncrementalAppliesAnswerAsAFreshAgent) {
+   std::vector<MatchInput_> routes;
+   for (U32 b = 0; b < 6; ++b) {
+      for (const char* suffix : {".0.0/16", ".1.0/24", ".2.128/25", ".0.0/8"}) {
+         const std::string p = "10." + std::to_string(b) + suffix;
+         if (std::string(suffix) == ".0.0/8" && b != 0) continue;
+         for (U32 tag : {0u, 1u, 2u}) routes.push_back(route(p.c_str(), tag));
+      }
+   }
+   for (unsigned seed = 1; seed <= 12; ++seed) {
+      RandomConfig gen(seed);
+      PolicyAgent live;
+      const auto liveList = live.statusList({{RmPrecedence::rmBased, "RM"}});
+      std::string text;
+      for (int step = 0; step < 8; ++step) {
+         text = gen.next();
+         ASSERT_TRUE(live.apply(text, "live").ok()) << text;
+      }
+      PolicyAgent fresh;
+      ASSERT_TRUE(fresh.apply(text, "fresh").ok());
+      const auto freshList = fresh.statusList({{RmPrecedence::rmBased, "RM"}});
+      for (const auto& r : routes) {
+         ASSERT_EQ(verdict(PolicyEvaluator(liveList).evaluate(r)),
+                   verdict(PolicyEvaluator(freshList).evaluate(r)))
+             << "seed " << seed << " route " << r.prefix() << " tag " << r.tag().value() << "\n"
+             << text;
+      }
+   }
+}
+
+}  // namespace
