@@ -141,12 +141,13 @@ public:
 
 // ---- Evaluator ---------------------------------------------------------------------------
 
-// The sequences whose setters are to be applied, in match order. One entry lives inline so that
-// a route matching a single sequence costs no allocation. The entries are raw pointers: the
+// The sequences whose setters are to be applied, in match order. Four entries live inline, so
+// that a route matching a few sequences through continue, or several route maps of a list,
+// costs no allocation (a pointer each on the caller's stack). The entries are raw pointers: the
 // route maps that the caller holds for the evaluation keep their sequences alive, and a counted
 // reference costs an atomic increment and decrement per matched sequence, as much as the rest
 // of a short evaluation. Callers that keep the list beyond one call take a snapshot.
-using MatchedRouteMapSequences = boost::container::small_vector<const RouteMapSeqStatus*, 1>;
+using MatchedRouteMapSequences = boost::container::small_vector<const RouteMapSeqStatus*, 4>;
 
 // The matched list for callers that keep it beyond one call (scripts, tests); it keeps the
 // sequences alive even if their route map is recompiled meanwhile.
