@@ -10,6 +10,7 @@
 #include "Nx/IntfId.h"
 #include "Nx/IpAddr.h"
 #include "Orb/MaybeU63.h"
+#include "agent/TextTokens.h"
 
 namespace Routing::Policy::agent {
 
@@ -24,47 +25,16 @@ std::string Diagnostic::text() const {
 
 namespace {
 
+using text::isBlank;
+using text::parseDecimal;
+using text::split;
+using text::trim;
+
 constexpr U64 kU32Max = std::numeric_limits<U32>::max();
 
 // Sequence numbers start at 1 everywhere: 0 is what an absent prefix-list rule reads as, and
 // "continue 0" already means "the next sequence", so a sequence 0 would be ambiguous in both.
 constexpr U64 kMinSeq = 1;
-
-bool isBlank(char c) {
-   return c == ' ' || c == '\t' || c == '\r';
-}
-
-std::string_view trim(std::string_view s) {
-   while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
-   while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
-   return s;
-}
-
-std::vector<std::string_view> split(std::string_view s) {
-   std::vector<std::string_view> out;
-   std::size_t i = 0;
-   while (i < s.size()) {
-      while (i < s.size() && isBlank(s[i])) ++i;
-      const std::size_t start = i;
-      while (i < s.size() && !isBlank(s[i])) ++i;
-      if (i > start) out.push_back(s.substr(start, i - start));
-   }
-   return out;
-}
-
-// Plain decimal without sign; false on anything else or on overflow of U64.
-bool parseDecimal(std::string_view s, U64& out) {
-   if (s.empty()) return false;
-   U64 v = 0;
-   for (char c : s) {
-      if (c < '0' || c > '9') return false;
-      const U64 d = static_cast<U64>(c - '0');
-      if (v > (std::numeric_limits<U64>::max() - d) / 10) return false;
-      v = v * 10 + d;
-   }
-   out = v;
-   return true;
-}
 
 bool parseAddress(std::string_view s, Nx::AddressFamily af, Nx::IpGenAddr& out) {
    if (af == Nx::AddressFamily::ipv4) {

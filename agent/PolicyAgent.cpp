@@ -489,8 +489,22 @@ Evaluation PolicyEvaluator::evaluate(const MatchInput_& route, bool explain) con
 }
 
 std::string explanationText(const Evaluation& e) {
+   // The log's text form opens each route map and sequence with the log object's address, which
+   // tells one object from another in a debugger but changes from run to run: a reader comparing
+   // explanations, or a test keeping one, wants the rest.
    std::string out;
-   for (const auto& log : e.logs) out += log->toStrep(0);
+   for (const auto& log : e.logs) {
+      const std::string text = log->toStrep(0);
+      std::size_t pos = 0;
+      while (pos < text.size()) {
+         std::size_t end = text.find('\n', pos);
+         end = end == std::string::npos ? text.size() : end + 1;
+         const std::string_view line(text.data() + pos, end - pos);
+         const std::size_t first = line.find_first_not_of(' ');
+         if (first == std::string_view::npos || line.substr(first, 2) != "0x") out += line;
+         pos = end;
+      }
+   }
    return out;
 }
 

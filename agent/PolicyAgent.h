@@ -173,8 +173,9 @@ private:
    Kel::Ptr<PolicyEvalContext> context_;
 };
 
-// The log of an evaluation as text ("route-map RM: permit" ... as PolicyEvaluationLog prints it)
-// and as JSON: a list of the logs' JSON forms.
+// The logs of an evaluation as text (PolicyEvaluationLog's text form without the lines that give
+// the log objects' addresses, so that the same evaluation always reads the same) and as JSON: a
+// list of the logs' JSON forms.
 std::string explanationText(const Evaluation& e);
 std::string explanationJson(const Evaluation& e);
 

@@ -1,0 +1,364 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "agent/ConfigText.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+   int code;
+   std::string out;
+   std::string err;
+};
+
+Outcome rpolicy(const std::vector<std::string>& args, const std::string& input = "") {
+   std::vector<const char*> argv{"rpolicy"};
+   for (const std::string& a : args) argv.push_back(a.c_str());
+   std::istringstream in(input);
+   std::ostringstream out, err;
+   const int code = rpolicy::runRpolicy(static_cast<int>(argv.size()), argv.data(), in, out, err);
+   return {code, out.str(), err.str()};
+}
+
+std::string example(const char* name) {
+   return std::string(RP_EXAMPLES_DIR) + "/" + name;
+}
+
+std::vector<std::string> lines(const std::string& text) {
+   std::vector<std::string> out;
+   std::istringstream s(text);
+   for (std::string l; std::getline(s, l);) out.push_back(l);
+   return out;
+}
+
+// Files written by one test, removed with it.
+class RpolicyTest : public ::testing::Test {
+protected:
+   void SetUp() override {
+      dir_ = fs::temp_directory_path() /
+             ("rpolicy_tests_" + std::to_string(::getpid()) + "_" +
+              ::testing::UnitTest::GetInstance()->current_test_info()->name());
+      fs::create_directories(dir_);
+   }
+   void TearDown() override { fs::remove_all(dir_); }
+
+   std::string write(const std::string& name, const std::string& text) {
+      const fs::path p = dir_ / name;
+      std::ofstream(p) << text;
+      return p.string();
+   }
+
+   fs::path dir_;
+};
+
+const std::vector<std::string> kEdgeIn = {"--route-map", "EDGE-IN"};
+
+std::vector<std::string> evalArgs(const std::string& config, std::vector<std::string> extra = {}) {
+   std::vector<std::string> a{"eval", config, example("edge-routes.txt")};
+   a.insert(a.end(), kEdgeIn.begin(), kEdgeIn.end());
+   a.insert(a.end(), extra.begin(), extra.end());
+   return a;
+}
+
+// What EDGE-IN makes of examples/edge-routes.txt, worked out from edge.conf by hand.
+const std::vector<std::string> kEdgeAnswers = {
+    "198.51.100.0/24 permit tag=100 preference=30 metric=none",
+    "198.51.100.64/26 permit tag=100 preference=20 metric=none",  // continue 40
+    "198.51.100.32/27 permit tag=100 preference=30 metric=none",
+    "198.51.100.0/24 deny",  // tag 666: CUSTOMER-CHECK denies
+    "203.0.113.0/24 deny",   // ge 25
+    "203.0.113.128/25 permit tag=100 preference=30 metric=none",
+    "192.0.2.0/24 deny",    // static: not over BGP
+    "192.0.2.192/26 deny",  // prefix-list deny entry
+    "10.20.0.0/16 deny",
+    "0.0.0.0/0 deny",
+    "198.18.4.0/24 permit tag=300 preference=200 metric=none",
+    "198.18.5.0/24 deny",  // odd /24: outside the wildcard
+    "2001:db8:142::/48 permit tag=106 preference=0 metric=none",
+    "2001:db8:300::/48 deny",
+};
+
+TEST_F(RpolicyTest, EvalExamplesAsText) {
+   const Outcome r = rpolicy(evalArgs(example("edge.conf")));
+   ASSERT_EQ(r.code, 0) << r.err;
+   EXPECT_EQ(lines(r.out), kEdgeAnswers);
+   EXPECT_EQ(r.err, "");  // the example is warning-free
+}
+
+TEST_F(RpolicyTest, EvalExamplesAsJson) {
+   const Outcome r = rpolicy(evalArgs(example("edge.conf"), {"--json"}));
+   ASSERT_EQ(r.code, 0) << r.err;
+   const auto out = lines(r.out);
+   ASSERT_EQ(out.size(), kEdgeAnswers.size());
+   const auto second = nlohmann::json::parse(out[1]);
+   EXPECT_EQ(second, nlohmann::json::parse(R"({"prefix": "198.51.100.64/26", "permit": true,
+       "preference": 20, "tag": 100, "metric": null})"));
+   EXPECT_EQ(nlohmann::json::parse(out[3]),
+             nlohmann::json::parse(R"({"prefix": "198.51.100.0/24", "permit": false})"));
+   // Key order is part of the line format.
+   EXPECT_EQ(
+       out[10],
+       R"({"prefix":"198.18.4.0/24","permit":true,"preference":200,"tag":300,"metric":null})");
+}
+
+TEST_F(RpolicyTest, ExplainAddsTheLogs) {
+   const Outcome text = rpolicy(evalArgs(example("edge.conf"), {"--explain"}));
+   ASSERT_EQ(text.code, 0) << text.err;
+   const auto out = lines(text.out);
+   ASSERT_GT(out.size(), kEdgeAnswers.size());
+   EXPECT_EQ(out[0], kEdgeAnswers[0]);
+   EXPECT_EQ(out[1].rfind("    ", 0), 0u);
+   EXPECT_NE(text.out.find("EDGE-IN"), std::string::npos);
+
+   const Outcome json = rpolicy(evalArgs(example("edge.conf"), {"--json", "--explain"}));
+   ASSERT_EQ(json.code, 0) << json.err;
+   for (const std::string& l : lines(json.out)) {
+      const auto j = nlohmann::json::parse(l);
+      ASSERT_TRUE(j.contains("log")) << l;
+      EXPECT_TRUE(j["log"].is_array()) << l;
+      EXPECT_EQ(j["log"].size(), 1u) << l;  // one route map evaluated
+   }
+}
+
+TEST_F(RpolicyTest, RoutesFromStdinAndApplyByPrecedence) {
+   const Outcome r = rpolicy({"eval", example("edge.conf"), "-", "--apply", "rmBased=EDGE-IN"},
+                             "# one route\n198.18.4.0/24 protocol=ebgp\n");
+   ASSERT_EQ(r.code, 0) << r.err;
+   EXPECT_EQ(r.out, kEdgeAnswers[10] + "\n");
+   // The precedence by number names the same role.
+   EXPECT_EQ(rpolicy({"eval", example("edge.conf"), "--apply", "3=EDGE-IN"},
+                     "198.18.4.0/24 protocol=ebgp\n")
+                 .out,
+             r.out);
+}
+
+TEST_F(RpolicyTest, ThenGivesTheAnswersOfTheLastConfiguration) {
+   const Outcome v1 = rpolicy(evalArgs(example("edge.conf")));
+   const Outcome updated =
+       rpolicy(evalArgs(example("edge.conf"), {"--then", example("edge-v2.conf")}));
+   const Outcome v2 = rpolicy(evalArgs(example("edge-v2.conf")));
+   ASSERT_EQ(updated.code, 0) << updated.err;
+   ASSERT_EQ(v2.code, 0) << v2.err;
+   EXPECT_EQ(updated.out, v2.out);
+   // v2 must really differ, or the comparison above proves nothing: the /27 is now too long
+   // and the anycast sequence is gone.
+   const auto a = lines(v1.out), b = lines(v2.out);
+   ASSERT_EQ(a.size(), b.size());
+   EXPECT_EQ(b[2], "198.51.100.32/27 deny");
+   EXPECT_EQ(b[10], "198.18.4.0/24 deny");
+   // And back again: the incremental path restores what it removed.
+   const Outcome back = rpolicy(evalArgs(
+       example("edge.conf"), {"--then", example("edge-v2.conf"), "--then", example("edge.conf")}));
+   EXPECT_EQ(back.out, v1.out);
+}
+
+TEST_F(RpolicyTest, ThreadsDoNotChangeTheOutput) {
+   // Enough routes that every thread gets a mix of verdicts.
+   std::string routes;
+   for (int i = 0; i < 600; ++i) {
+      routes += "198.51.100." + std::to_string((i % 16) * 16) +
+                "/28 protocol=ebgp tag=" + std::to_string(i % 3 ? 0 : 65001) + "\n";
+      routes += "198.18." + std::to_string(i % 256) + ".0/24 protocol=ebgp\n";
+   }
+   const std::string path = write("many.txt", routes);
+   for (const std::vector<std::string>& mode :
+        {std::vector<std::string>{}, {"--json", "--explain"}}) {
+      std::vector<std::string> args{"eval", example("edge.conf"), path, "--route-map", "EDGE-IN"};
+      args.insert(args.end(), mode.begin(), mode.end());
+      const Outcome one = rpolicy(args);
+      args.insert(args.end(), {"--threads", "3"});
+      const Outcome three = rpolicy(args);
+      ASSERT_EQ(one.code, 0) << one.err;
+      ASSERT_EQ(three.code, 0) << three.err;
+      EXPECT_GE(lines(one.out).size(), 1200u);
+      EXPECT_EQ(one.out, three.out);
+   }
+}
+
+TEST_F(RpolicyTest, TestCommandOnTheExamples) {
+   const Outcome r =
+       rpolicy({"test", example("edge.conf"), example("edge-cases.txt"), "--route-map", "EDGE-IN"});
+   EXPECT_EQ(r.code, 0) << r.out << r.err;
+   EXPECT_EQ(r.out, "18 passed, 0 failed\n");
+}
+
+TEST_F(RpolicyTest, FailingCasesAreExplained) {
+   const std::string cases = write("cases.txt",
+                                   "198.18.4.0/24 protocol=ebgp => permit tag=300\n"
+                                   "# wrong on purpose\n"
+                                   "198.51.100.0/24 protocol=ebgp => permit tag=999 preference=30\n"
+                                   "10.0.0.0/8 => permit\n");
+   const Outcome r = rpolicy({"test", example("edge.conf"), cases, "--route-map", "EDGE-IN"});
+   EXPECT_EQ(r.code, 1);
+   const auto out = lines(r.out);
+   ASSERT_FALSE(out.empty());
+   EXPECT_EQ(out.back(), "1 passed, 2 failed");
+   EXPECT_NE(r.out.find(cases + ":3: FAIL: 198.51.100.0/24 protocol=ebgp => permit tag=999"),
+             std::string::npos);
+   EXPECT_NE(r.out.find("expected: permit tag=999 preference=30\n"), std::string::npos);
+   EXPECT_NE(r.out.find("because:  tag is 100, expected 999\n"), std::string::npos);
+   EXPECT_NE(r.out.find("because:  verdict is deny, expected permit\n"), std::string::npos);
+
+   const std::string bad = write("bad.txt", "10.0.0.0/8 => deny\n10.0.0.0/8 => accept\n");
+   const Outcome b = rpolicy({"test", example("edge.conf"), bad, "--route-map", "EDGE-IN"});
+   EXPECT_EQ(b.code, 2);
+   EXPECT_EQ(b.out, "");
+   EXPECT_EQ(b.err, bad + ":2: error: expected 'permit' or 'deny' after '=>', got 'accept'\n");
+}
+
+struct UsageRow {
+   std::vector<std::string> args;
+   const char* input;
+   int code;
+   const char* err;  // a part of stderr
+};
+
+TEST_F(RpolicyTest, ExitCodes) {
+   const std::string conf = example("edge.conf");
+   const UsageRow rows[] = {
+       {{}, "", 2, "give a command: check, eval, show, test or graph"},
+       {{"frobnicate"}, "", 2, "frobnicate"},
+       {{"eval", conf}, "", 2, "give --route-map NAME or --apply PRECEDENCE=NAME"},
+       {{"eval", conf, "--route-map", "NOPE"}, "", 2, "route-map NOPE is not configured"},
+       {{"eval", conf, "--apply", "rmBased"}, "", 2, "--apply expects PRECEDENCE=NAME"},
+       {{"eval", conf, "--apply", "sideways=EDGE-IN"}, "", 2, "sideways"},
+       {{"eval", conf, "--apply", "99=EDGE-IN"}, "", 2, "--apply 99=EDGE-IN"},
+       {{"eval", conf, "--route-map", "EDGE-IN", "--apply", "rmBased=CUSTOMER-CHECK"},
+        "",
+        2,
+        "precedence rmBased given twice"},
+       {{"eval", conf, "--route-map", "EDGE-IN", "--threads", "0"}, "", 2, "--threads"},
+       {{"eval", conf, "-", "--route-map", "EDGE-IN"},
+        "10.0.0.0/8\n\n10.1.0.0/16 colour=red\n",
+        2,
+        "<stdin>:3: error: unknown route attribute 'colour'"},
+       {{"eval", "/nonexistent/edge.conf", "--route-map", "EDGE-IN"},
+        "",
+        2,
+        "cannot read /nonexistent/edge.conf: No such file or directory"},
+       {{"eval", conf, "/nonexistent/routes", "--route-map", "EDGE-IN"},
+        "",
+        2,
+        "cannot read /nonexistent/routes"},
+       {{"eval", conf, "--route-map", "EDGE-IN", "--then", RP_EXAMPLES_DIR},
+        "",
+        2,
+        "Is a directory"},
+       {{"show", conf, "--route-map", "NOPE"}, "", 2, "route-map NOPE is not configured"},
+       {{"test", conf}, "", 2, "CASES is required"},
+       {{"check", conf}, "", 0, ""},
+   };
+   for (const UsageRow& row : rows) {
+      SCOPED_TRACE(::testing::PrintToString(row.args));
+      const Outcome r = rpolicy(row.args, row.input);
+      EXPECT_EQ(r.code, row.code) << r.err;
+      EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err;
+      // An input error prints nothing on stdout: no half-evaluated route list.
+      if (row.code == 2) {
+         EXPECT_EQ(r.out, "");
+      }
+   }
+   const Outcome help = rpolicy({"eval", "--help"});
+   EXPECT_EQ(help.code, 0);
+   EXPECT_NE(help.out.find("--threads"), std::string::npos);
+}
+
+TEST_F(RpolicyTest, CheckCountsErrorsAndWarnings) {
+   EXPECT_EQ(rpolicy({"check", example("edge.conf")}).out,
+             example("edge.conf") + ": 0 errors, 0 warnings\n");
+
+   const std::string warn = write("warn.conf",
+                                  "route-map RM permit 10\n"
+                                  "   match ip address prefix-list MISSING\n"
+                                  "   set metric 5\n"
+                                  "   sub-route-map RM2\n"
+                                  "route-map RM2 permit 10\n"
+                                  "   sub-route-map RM\n");
+   const Outcome w = rpolicy({"check", warn});
+   EXPECT_EQ(w.code, 0);
+   EXPECT_NE(w.out.find(warn + ":3: warning: route-map RM seq 10: set metric is not evaluated"),
+             std::string::npos)
+       << w.out;
+   EXPECT_NE(w.out.find("prefix-list MISSING is not configured"), std::string::npos) << w.out;
+   EXPECT_NE(w.out.find(" is blocked: its sub-route-map calls form a cycle"), std::string::npos)
+       << w.out;
+   EXPECT_EQ(lines(w.out).back(), warn + ": 0 errors, 3 warnings");
+
+   const std::string bad = write("bad.conf", "route-map RM permit 10\n   set tag x\nbogus line\n");
+   const Outcome b = rpolicy({"check", bad});
+   EXPECT_EQ(b.code, 1);
+   EXPECT_EQ(lines(b.out).back(), bad + ": 2 errors, 0 warnings");
+   // The same configuration is an input error for the commands that need it to be valid.
+   EXPECT_EQ(rpolicy({"eval", bad, "--route-map", "RM"}, "").code, 2);
+   EXPECT_EQ(rpolicy({"graph", bad}).code, 2);
+}
+
+TEST_F(RpolicyTest, ShowPrintsWhatReadsBack) {
+   using Routing::Policy::agent::parseConfigText;
+   const Outcome r = rpolicy({"show", example("edge.conf")});
+   ASSERT_EQ(r.code, 0) << r.err;
+   EXPECT_NE(r.out.find("# route-map CUSTOMER-CHECK, compiled\n"), std::string::npos);
+   EXPECT_NE(r.out.find("# route-map EDGE-IN, compiled\n"), std::string::npos);
+   const auto at = r.out.find("# configuration, as filtered\n");
+   ASSERT_NE(at, std::string::npos);
+   // Every clause of the example is evaluated, so the filter keeps all of it.
+   std::ifstream f(example("edge.conf"));
+   const std::string original((std::istreambuf_iterator<char>(f)), {});
+   const auto shown = parseConfigText(r.out.substr(at), "show");
+   ASSERT_TRUE(shown.ok());
+   EXPECT_TRUE(shown.document == parseConfigText(original, "edge.conf").document);
+
+   const Outcome one = rpolicy({"show", example("edge.conf"), "--route-map", "CUSTOMER-CHECK"});
+   ASSERT_EQ(one.code, 0) << one.err;
+   EXPECT_EQ(one.out.find("EDGE-IN"), std::string::npos);
+   EXPECT_EQ(one.out.find("prefix-list"), std::string::npos);  // it names no list
+}
+
+TEST_F(RpolicyTest, GraphDrawsCallsReferencesAndContinues) {
+   const Outcome r = rpolicy({"graph", example("edge.conf")});
+   ASSERT_EQ(r.code, 0) << r.err;
+   for (
+       const char* expected : {
+           R"("route-map EDGE-IN" [shape=box, style=rounded];)",
+           R"("prefix-list BOGONS" [shape=ellipse];)",
+           R"("ipv6 prefix-list CUSTOMERS-V6" [shape=ellipse];)",
+           R"("access-list ANYCAST-SERVICES" [shape=box];)",
+           R"("route-map EDGE-IN" -> "route-map CUSTOMER-CHECK" [label="seq 20", penwidth=2];)",
+           R"("route-map EDGE-IN" -> "route-map EDGE-IN" [label="seq 20 continue 40", style=dotted];)",
+           R"("route-map EDGE-IN" -> "prefix-list CUSTOMERS" [label="seq 40"];)",
+       }) {
+      EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\n" << r.out;
+   }
+   const std::string conf = write("g.conf",
+                                  "route-map A permit 10\n   sub-route-map B invert-result\n"
+                                  "   continue\n   match ip next-hop prefix-list NH\n");
+   const Outcome g = rpolicy({"graph", conf});
+   ASSERT_EQ(g.code, 0) << g.err;
+   EXPECT_EQ(
+       g.out,
+       "digraph policy {\n"
+       "   rankdir=LR;\n"
+       "   \"prefix-list NH\" [shape=ellipse, style=dashed, color=red, label=\"prefix-list "
+       "NH\\n(not configured)\"];\n"
+       "   \"route-map A\" [shape=box, style=rounded];\n"
+       "   \"route-map B\" [shape=box, style=\"rounded,dashed\", color=red, label=\"route-map "
+       "B\\n(not configured)\"];\n"
+       "   \"route-map A\" -> \"prefix-list NH\" [label=\"seq 10 next-hop\"];\n"
+       "   \"route-map A\" -> \"route-map B\" [label=\"seq 10 invert-result\", style=dashed, "
+       "penwidth=2];\n"
+       "   \"route-map A\" -> \"route-map A\" [label=\"seq 10 continue\", style=dotted];\n"
+       "}\n");
+}
+
+}  // namespace

@@ -1,0 +1,515 @@
+#include "Commands.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "agent/ConfigText.h"
+#include "agent/PolicyAgent.h"
+#include "agent/RouteText.h"
+
+namespace rpolicy {
+
+namespace {
+
+using namespace Routing::Policy;
+using namespace Routing::Policy::agent;
+using Routing::RouteMap::MatchOption;
+
+// Ends a command with an exit code; the message, when there is one, goes to stderr. Thrown only
+// inside this file: runRpolicy turns it into its return value.
+struct Failure {
+   int code;
+   std::string message;
+};
+
+struct Io {
+   std::istream& in;
+   std::ostream& out;
+   std::ostream& err;
+   bool progress;
+};
+
+struct Options {
+   std::string config;
+   std::string routes = "-";
+   std::string cases;
+   std::string routeMap;
+   std::vector<std::string> applies;
+   std::vector<std::string> thens;
+   bool json = false;
+   bool explain = false;
+   unsigned threads = 1;
+};
+
+std::string readFile(const std::string& path, Io& io) {
+   std::ostringstream s;
+   if (path == "-") {
+      s << io.in.rdbuf();
+      return s.str();
+   }
+   std::error_code ec;
+   if (std::filesystem::is_directory(path, ec)) {
+      throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(EISDIR)};
+   }
+   std::ifstream f(path, std::ios::binary);
+   if (!f) throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(errno)};
+   s << f.rdbuf();
+   if (f.bad()) throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(errno)};
+   return s.str();
+}
+
+// Applies one configuration file; its warnings go to stderr, its errors end the command.
+void applyConfig(PolicyAgent& agent, const std::string& path, Io& io) {
+   const ApplyResult r = agent.apply(readFile(path, io), path);
+   for (const Diagnostic& d : r.warnings) io.err << d.text() << '\n';
+   if (!r.ok()) {
+      for (const Diagnostic& d : r.errors) io.err << d.text() << '\n';
+      throw Failure{kUsage, ""};
+   }
+}
+
+// --route-map NAME and --apply PRECEDENCE=NAME as a status list's members. One route map per
+// precedence: two at the same precedence would leave their order to the list's internals.
+std::vector<std::pair<RmPrecedence, Kel::Name>> routeMapsToApply(const Options& o,
+                                                                 const PolicyAgent& agent) {
+   std::vector<std::pair<RmPrecedence, Kel::Name>> out;
+   if (!o.routeMap.empty()) out.emplace_back(RmPrecedence::rmBased, o.routeMap);
+   for (const std::string& a : o.applies) {
+      const auto eq = a.find('=');
+      if (eq == std::string::npos || eq == 0 || eq + 1 == a.size()) {
+         throw Failure{kUsage, "--apply expects PRECEDENCE=NAME, got '" + a + "'"};
+      }
+      RmPrecedence p;
+      try {
+         p = RmPrecedence::fromStrep(a.substr(0, eq));
+      } catch (const std::exception& e) {
+         throw Failure{kUsage, "--apply " + a + ": " + e.what()};
+      }
+      out.emplace_back(p, a.substr(eq + 1));
+   }
+   if (out.empty()) throw Failure{kUsage, "give --route-map NAME or --apply PRECEDENCE=NAME"};
+   std::set<U32> seen;
+   for (const auto& [p, name] : out) {
+      if (!seen.insert(p.value()).second) {
+         throw Failure{kUsage, "precedence " + p.toStrep() + " given twice"};
+      }
+      if (!agent.routeMapConfigured(name)) {
+         throw Failure{kUsage, "route-map " + name + " is not configured"};
+      }
+   }
+   std::sort(out.begin(), out.end(),
+             [](const auto& a, const auto& b) { return a.first < b.first; });
+   return out;
+}
+
+std::string indented(const std::string& text, const std::string& pad) {
+   std::string out;
+   std::size_t start = 0;
+   while (start < text.size()) {
+      std::size_t nl = text.find('\n', start);
+      if (nl == std::string::npos) nl = text.size();
+      out += pad + text.substr(start, nl - start) + '\n';
+      start = nl + 1;
+   }
+   return out;
+}
+
+std::string evaluationOutput(const MatchInput_& route, const Evaluation& e, const Options& o) {
+   if (o.json) {
+      nlohmann::ordered_json j;
+      j["prefix"] = route.prefix().toStrep();
+      j["permit"] = e.permit;
+      if (e.permit) {
+         j["preference"] = e.result.preference().value();
+         j["tag"] = e.result.tag().value();
+         if (e.result.metric().hasValue()) {
+            j["metric"] = e.result.metric().value();
+         } else {
+            j["metric"] = nullptr;
+         }
+      }
+      if (o.explain) j["log"] = nlohmann::json::parse(explanationJson(e));
+      return j.dump() + '\n';
+   }
+   std::string out = route.prefix().toStrep() + ' ' + verdictText(e.permit, e.result) + '\n';
+   if (o.explain) out += indented(explanationText(e), "    ");
+   return out;
+}
+
+// Evaluates in `threads` contiguous chunks, each with its own evaluator, and returns the output
+// of every route in input order, so that the thread count never shows in the output.
+std::vector<std::string> evaluateAll(const Kel::Ptr<RouteMapStatusList const>& list,
+                                     const std::vector<std::pair<U32, MatchInput_>>& routes,
+                                     const Options& o, Io& io) {
+   const std::size_t n = routes.size();
+   const std::size_t threads = std::max<std::size_t>(1, std::min<std::size_t>(o.threads, n));
+   std::vector<std::string> results(n);
+   std::vector<std::exception_ptr> failures(threads);
+   // Made on this thread: only evaluation is meant to run concurrently.
+   std::vector<std::unique_ptr<PolicyEvaluator>> evaluators;
+   for (std::size_t t = 0; t < threads; ++t)
+      evaluators.push_back(std::make_unique<PolicyEvaluator>(list));
+   std::atomic<std::size_t> done{0};
+   std::atomic<std::size_t> finished{0};  // threads, whether they completed or failed
+   std::vector<std::thread> workers;
+   for (std::size_t t = 0; t < threads; ++t) {
+      workers.emplace_back([&, t] {
+         try {
+            for (std::size_t i = n * t / threads; i < n * (t + 1) / threads; ++i) {
+               const Evaluation e = evaluators[t]->evaluate(routes[i].second, o.explain);
+               results[i] = evaluationOutput(routes[i].second, e, o);
+               done.fetch_add(1, std::memory_order_relaxed);
+            }
+         } catch (...) {
+            failures[t] = std::current_exception();
+         }
+         finished.fetch_add(1, std::memory_order_release);
+      });
+   }
+   // Only worth the noise for inputs that take noticeable time.
+   const bool progress = io.progress && n > 10000;
+   while (progress && finished.load(std::memory_order_acquire) < threads) {
+      io.err << "\revaluated " << done.load(std::memory_order_relaxed) << '/' << n << " routes"
+             << std::flush;
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+   }
+   for (std::thread& w : workers) w.join();
+   if (progress) io.err << "\revaluated " << n << '/' << n << " routes\n";
+   for (const std::exception_ptr& f : failures) {
+      if (f) std::rethrow_exception(f);
+   }
+   return results;
+}
+
+int cmdCheck(const Options& o, Io& io) {
+   const std::string text = readFile(o.config, io);
+   PolicyAgent agent;
+   const ApplyResult r = agent.apply(text, o.config);
+   std::vector<Diagnostic> found = r.errors;
+   found.insert(found.end(), r.warnings.begin(), r.warnings.end());
+   if (r.ok()) {
+      // Undefined references and blocked sequences are warnings: the configuration applies, and
+      // a list may well be configured after the route map that names it.
+      for (const Reference& ref : agent.undefinedReferences()) {
+         found.push_back(Diagnostic{o.config, ref.line, ref.text(), true});
+      }
+      for (const BlockedSequence& b : agent.blockedSequences()) {
+         U32 line = 0;
+         if (auto rm = agent.document().routeMaps.find(b.routeMap);
+             rm != agent.document().routeMaps.end()) {
+            if (auto s = rm->second.seqs.find(b.seqno); s != rm->second.seqs.end())
+               line = s->second.line;
+         }
+         found.push_back(Diagnostic{o.config, line, b.text(), true});
+      }
+   }
+   // In line order, as a reader walks the file.
+   std::stable_sort(found.begin(), found.end(),
+                    [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
+   for (const Diagnostic& d : found) io.out << d.text() << '\n';
+   const std::size_t errors = r.errors.size(), warnings = found.size() - errors;
+   io.out << o.config << ": " << errors << (errors == 1 ? " error, " : " errors, ") << warnings
+          << (warnings == 1 ? " warning" : " warnings") << '\n';
+   return r.ok() ? kOk : kFailed;
+}
+
+int cmdEval(const Options& o, Io& io) {
+   PolicyAgent agent;
+   applyConfig(agent, o.config, io);
+   for (const std::string& then : o.thens) applyConfig(agent, then, io);
+   const auto members = routeMapsToApply(o, agent);
+   // Every line is read before any is evaluated, so a bad line leaves no partial output.
+   const std::string name = o.routes == "-" ? std::string("<stdin>") : o.routes;
+   const auto routes = parseRouteLines(readFile(o.routes, io), name);
+   if (!routes.ok()) {
+      for (const Diagnostic& d : routes.errors) io.err << d.text() << '\n';
+      return kUsage;
+   }
+   const auto list = agent.statusList(members);
+   for (const std::string& s : evaluateAll(list, routes.items, o, io)) io.out << s;
+   return kOk;
+}
+
+int cmdTest(const Options& o, Io& io) {
+   PolicyAgent agent;
+   applyConfig(agent, o.config, io);
+   const auto members = routeMapsToApply(o, agent);
+   const auto cases = parseCaseLines(readFile(o.cases, io), o.cases);
+   if (!cases.ok()) {
+      for (const Diagnostic& d : cases.errors) io.err << d.text() << '\n';
+      return kUsage;
+   }
+   PolicyEvaluator eval(agent.statusList(members));
+   std::size_t passed = 0, failed = 0;
+   for (std::size_t i = 0; i < cases.items.size(); ++i) {
+      const auto& [line, c] = cases.items[i];
+      const Evaluation e = eval.evaluate(c.route, false);
+      const std::string why = c.expect.mismatch(e.permit, e.result);
+      if (why.empty()) {
+         ++passed;
+         continue;
+      }
+      ++failed;
+      // Evaluated again with the log only for the failures, which are what a reader studies.
+      const Evaluation explained = eval.evaluate(c.route, true);
+      io.out << o.cases << ':' << line << ": FAIL: " << cases.lines[i] << '\n'
+             << "    expected: " << c.expect.text() << '\n'
+             << "    got:      " << verdictText(e.permit, e.result) << '\n'
+             << "    because:  " << why << '\n'
+             << indented(explanationText(explained), "    ");
+   }
+   io.out << passed << " passed, " << failed << " failed\n";
+   return failed ? kFailed : kOk;
+}
+
+// The lists a route map names directly, so that `show --route-map` prints a self-contained
+// configuration for that map.
+ConfigDocument restrictedTo(const ConfigDocument& doc, const std::string& name) {
+   ConfigDocument out;
+   const auto rm = doc.routeMaps.find(name);
+   if (rm == doc.routeMaps.end()) return out;
+   out.routeMaps.insert(*rm);
+   for (const auto& [seqno, seq] : rm->second.seqs) {
+      for (const auto& [option, rule] : seq.matchRules) {
+         if (option == MatchOption::matchIpAddressAccessList) {
+            for (bool v6 : {false, true}) {
+               if (auto a = doc.accessLists.find({v6, rule.listName()});
+                   a != doc.accessLists.end()) {
+                  out.accessLists.insert(*a);
+               }
+            }
+            continue;
+         }
+         for (auto af : {Nx::AddressFamily::ipv4, Nx::AddressFamily::ipv6}) {
+            if (rule.listName().empty()) continue;
+            const bool v6Option = option == MatchOption::matchIpv6AddressPrefixList;
+            if ((af == Nx::AddressFamily::ipv6) != v6Option) continue;
+            if (auto p = doc.prefixLists.find({af, rule.listName()}); p != doc.prefixLists.end()) {
+               out.prefixLists.insert(*p);
+            }
+         }
+      }
+   }
+   return out;
+}
+
+int cmdShow(const Options& o, Io& io) {
+   PolicyAgent agent;
+   applyConfig(agent, o.config, io);
+   std::vector<std::string> names;
+   if (!o.routeMap.empty()) {
+      if (!agent.routeMapConfigured(o.routeMap)) {
+         throw Failure{kUsage, "route-map " + o.routeMap + " is not configured"};
+      }
+      names.push_back(o.routeMap);
+   } else {
+      for (const auto& [name, rm] : agent.document().routeMaps) names.push_back(name);
+   }
+   for (const std::string& name : names) {
+      std::string dump = agent.routeMapDump(name);
+      if (!dump.empty() && dump.back() != '\n') dump += '\n';
+      io.out << "# route-map " << name << ", compiled\n" << dump;
+   }
+   const ConfigDocument filtered = agent.filteredDocument();
+   io.out << "# configuration, as filtered\n"
+          << configText(o.routeMap.empty() ? filtered : restrictedTo(filtered, o.routeMap));
+   return kOk;
+}
+
+std::string dotQuoted(const std::string& s) {
+   std::string out = "\"";
+   for (char c : s) {
+      if (c == '"' || c == '\\') out += '\\';
+      out += c;
+   }
+   return out + '"';
+}
+
+// The node a match clause points at, and the edge label beside the sequence number. Clauses
+// without a list (tag, protocol, metric, ...) are not drawn.
+std::optional<std::pair<std::string, std::string>> referenceOf(MatchOption option,
+                                                               const std::string& list) {
+   switch (option) {
+      case MatchOption::matchIpAddressPrefixList:
+         return std::pair{"prefix-list " + list, std::string()};
+      case MatchOption::matchIpv6AddressPrefixList:
+         return std::pair{"ipv6 prefix-list " + list, std::string()};
+      case MatchOption::matchIpAddressAccessList:
+         return std::pair{"access-list " + list, std::string()};
+      case MatchOption::matchIpNexthopPrefixList:
+         return std::pair{"prefix-list " + list, std::string(" next-hop")};
+      case MatchOption::matchIpResolvedNexthopPrefixList:
+         return std::pair{"prefix-list " + list, std::string(" resolved-next-hop")};
+      case MatchOption::matchRouterIdPrefixList:
+         return std::pair{"prefix-list " + list, std::string(" router-id")};
+      default:
+         return std::nullopt;
+   }
+}
+
+// One node per route map and per list, named "route-map X", "prefix-list X", "ipv6 prefix-list
+// X", "access-list X". Sub-route-map calls, list references and continue jumps are edges; a
+// continue is a self-loop on its route map labelled "seq 10 continue 20", which keeps one node
+// per map however many sequences it has.
+std::string graphText(const ConfigDocument& doc) {
+   std::map<std::string, bool> nodes;  // name -> configured; sorted, so the output is stable
+   std::vector<std::string> edges;
+   for (const auto& [key, pl] : doc.prefixLists) {
+      nodes[(pl.af == Nx::AddressFamily::ipv4 ? "prefix-list " : "ipv6 prefix-list ") + pl.name] =
+          true;
+   }
+   for (const auto& [key, acl] : doc.accessLists) nodes["access-list " + acl.name] = true;
+   for (const auto& [name, rm] : doc.routeMaps) nodes["route-map " + name] = true;
+   for (const auto& [name, rm] : doc.routeMaps) {
+      const std::string from = dotQuoted("route-map " + name);
+      for (const auto& [seqno, seq] : rm.seqs) {
+         const std::string label = "seq " + std::to_string(seqno);
+         for (const auto& [option, rule] : seq.matchRules) {
+            auto ref = referenceOf(option, rule.listName());
+            if (!ref) continue;
+            nodes.try_emplace(ref->first, false);
+            edges.push_back(from + " -> " + dotQuoted(ref->first) +
+                            " [label=" + dotQuoted(label + ref->second) + "];");
+         }
+         if (!seq.subRouteMap.empty()) {
+            const std::string to = "route-map " + seq.subRouteMap;
+            nodes.try_emplace(to, false);
+            edges.push_back(from + " -> " + dotQuoted(to) + " [label=" +
+                            dotQuoted(label + (seq.subRouteMapInvert ? " invert-result" : "")) +
+                            (seq.subRouteMapInvert ? ", style=dashed" : "") + ", penwidth=2];");
+         }
+         if (seq.continueSeq) {
+            const std::string target =
+                *seq.continueSeq ? " continue " + std::to_string(*seq.continueSeq) : " continue";
+            edges.push_back(from + " -> " + from + " [label=" + dotQuoted(label + target) +
+                            ", style=dotted];");
+         }
+      }
+   }
+   std::string out = "digraph policy {\n   rankdir=LR;\n";
+   for (const auto& [node, configured] : nodes) {
+      const bool rm = node.rfind("route-map ", 0) == 0;
+      const bool acl = node.rfind("access-list ", 0) == 0;
+      std::string attrs = rm ? "shape=box, style=rounded" : acl ? "shape=box" : "shape=ellipse";
+      if (!configured) {
+         // Quoted apart from the "\n", which is DOT's line break and must stay unescaped.
+         std::string label = dotQuoted(node);
+         label.insert(label.size() - 1, "\\n(not configured)");
+         attrs = (rm    ? "shape=box, style=\"rounded,dashed\""
+                  : acl ? "shape=box, style=dashed"
+                        : "shape=ellipse, style=dashed") +
+                 std::string(", color=red, label=") + label;
+      }
+      out += "   " + dotQuoted(node) + " [" + attrs + "];\n";
+   }
+   for (const std::string& e : edges) out += "   " + e + '\n';
+   return out + "}\n";
+}
+
+int cmdGraph(const Options& o, Io& io) {
+   const ParseResult r = parseConfigText(readFile(o.config, io), o.config);
+   for (const Diagnostic& d : r.warnings) io.err << d.text() << '\n';
+   if (!r.ok()) {
+      for (const Diagnostic& d : r.errors) io.err << d.text() << '\n';
+      return kUsage;
+   }
+   io.out << graphText(r.document);
+   return kOk;
+}
+
+void addPolicyOptions(CLI::App* cmd, Options& o) {
+   cmd->add_option("--route-map", o.routeMap, "Apply this route map at precedence rmBased");
+   cmd->add_option("--apply", o.applies,
+                   "Apply route map NAME at PRECEDENCE (a name such as rmBased, or a number); "
+                   "repeatable")
+       ->type_name("PRECEDENCE=NAME")
+       ->allow_extra_args(false);
+}
+
+}  // namespace
+
+int runRpolicy(int argc, const char* const* argv, std::istream& in, std::ostream& out,
+               std::ostream& err) {
+   Options o;
+   CLI::App app{"Check, show and evaluate routing policy configuration", "rpolicy"};
+   // At most one; none is reported below, after CLI11 has named any unexpected word.
+   app.require_subcommand(0, 1);
+   app.footer("Exit codes: 0 ok, 1 check found errors or a test failed, 2 usage or input error.");
+
+   auto* check = app.add_subcommand("check", "Parse and compile a configuration; list problems");
+   check->add_option("CONFIG", o.config, "Configuration file ('-': stdin)")->required();
+
+   auto* eval = app.add_subcommand("eval", "Evaluate routes against route maps");
+   eval->add_option("CONFIG", o.config, "Configuration file")->required();
+   eval->add_option("ROUTES", o.routes, "Route file, one route a line ('-' or absent: stdin)");
+   addPolicyOptions(eval, o);
+   eval->add_option("--then", o.thens,
+                    "Apply this configuration after CONFIG, as an update; repeatable, in order")
+       ->type_name("CONFIG")
+       ->allow_extra_args(false);
+   eval->add_flag("--json", o.json, "One JSON object per route");
+   eval->add_flag("--explain", o.explain, "Show how each route map decided");
+   eval->add_option("--threads", o.threads, "Evaluate on N threads")->check(CLI::Range(1u, 256u));
+
+   auto* show = app.add_subcommand("show", "Print compiled route maps and filtered configuration");
+   show->add_option("CONFIG", o.config, "Configuration file")->required();
+   show->add_option("--route-map", o.routeMap, "Only this route map and the lists it names");
+
+   auto* test = app.add_subcommand("test", "Check routes against expected verdicts");
+   test->add_option("CONFIG", o.config, "Configuration file")->required();
+   test->add_option("CASES", o.cases, "Case file: ROUTE => permit|deny ...")->required();
+   addPolicyOptions(test, o);
+
+   auto* graph = app.add_subcommand("graph", "Print the configuration's references as DOT");
+   graph->add_option("CONFIG", o.config, "Configuration file")->required();
+
+   try {
+      app.parse(argc, argv);
+   } catch (const CLI::ParseError& e) {
+      // Help and version requests exit 0; every real parse error is a usage error.
+      return app.exit(e, out, err) == 0 ? kOk : kUsage;
+   }
+
+   if (app.get_subcommands().empty()) {
+      err << "rpolicy: give a command: check, eval, show, test or graph\n"
+          << "Run with --help for more information.\n";
+      return kUsage;
+   }
+
+   Io io{in, out, err, &err == &std::cerr && isatty(2) == 1};
+   try {
+      if (check->parsed()) return cmdCheck(o, io);
+      if (eval->parsed()) return cmdEval(o, io);
+      if (show->parsed()) return cmdShow(o, io);
+      if (test->parsed()) return cmdTest(o, io);
+      return cmdGraph(o, io);
+   } catch (const Failure& f) {
+      if (!f.message.empty()) err << "rpolicy: " << f.message << '\n';
+      return f.code;
+   } catch (const std::exception& e) {
+      err << "rpolicy: " << e.what() << '\n';
+      return kUsage;
+   }
+}
+
+}  // namespace rpolicy
