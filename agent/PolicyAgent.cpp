@@ -168,7 +168,7 @@ private:
    std::vector<std::unique_ptr<Follower>> followers_;
 };
 
-PolicyAgent::PolicyAgent()
+PolicyAgent::PolicyAgent(Start start)
     : root_(policyRootFactory()),
       config_(Routing::RouteMap::configFactory()),
       filtered_(Routing::RouteMap::configFactory()),
@@ -179,6 +179,11 @@ PolicyAgent::PolicyAgent()
       acls_(Acl::Input::configFactory()),
       aclSymbols_(Routing::RouteMap::allIpAccessListSymbolFactory()) {
    am_->workSourceIs(scheduler_.get());
+   if (start == Start::now) this->start();
+}
+
+void PolicyAgent::start() {
+   if (started()) return;
    prefixListSm_ = Routing::RouteMap::prefixListCompilerSmFactory(
        prefixLists_, root_->ipv4PrefixListTable(), root_->ipv6PrefixListTable());
    aclSm_ = aclConfigSmFactory(acls_, aclSymbols_, root_->ipAclListTable(), am_);
@@ -424,10 +429,6 @@ std::vector<BlockedSequence> PolicyAgent::blockedSequences() const {
       return std::tie(a.routeMap, a.seqno) < std::tie(b.routeMap, b.seqno);
    });
    return out;
-}
-
-Kel::Ptr<Config const> PolicyAgent::filteredConfig() const {
-   return filtered_;
 }
 
 std::string PolicyAgent::routeMapDump(const Kel::Name& name) const {

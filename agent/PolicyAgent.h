@@ -81,8 +81,15 @@ struct BlockedSequence {
 
 class PolicyAgent {
 public:
-   PolicyAgent();
+   enum class Start { now, deferred };
+
+   // With Start::deferred the compilers are made only by start(): an agent that restarts with its
+   // configuration already present writes the entities first, and the machines then take it up
+   // as their initial state rather than as a stream of changes.
+   explicit PolicyAgent(Start start = Start::now);
    ~PolicyAgent();
+   void start();
+   bool started() const { return routeMapSm_ != nullptr; }
    PolicyAgent(const PolicyAgent&) = delete;
    PolicyAgent& operator=(const PolicyAgent&) = delete;
 
@@ -109,7 +116,7 @@ public:
    std::vector<BlockedSequence> blockedSequences() const;
 
    // The route maps as the compiler's filter published them, and their compiled dumps.
-   Kel::Ptr<Routing::RouteMap::Config const> filteredConfig() const;
+   const Kel::Ptr<Routing::RouteMap::Config>& filteredConfig() const { return filtered_; }
    std::string routeMapDump(const Kel::Name& name) const;
    // The document with its route maps read back from the filtered configuration (clauses the
    // filter left out do not appear), for printing with configText().
@@ -124,6 +131,12 @@ public:
    const Kel::Ptr<Acl::Input::Config>& accessListConfig() const { return acls_; }
    const Kel::Ptr<PolicyRoot>& policyRoot() const { return root_; }
    const Kel::Ptr<Kel::ActivityManager>& activityManager() const { return am_; }
+   // The machines, null until started; for agents that tune them (clock quanta) and for tests.
+   const Kel::Ptr<RouteMapConfigSm>& routeMapConfigSm() const { return routeMapSm_; }
+   const Kel::Ptr<AclConfigSm>& aclConfigSm() const { return aclSm_; }
+   const Kel::Ptr<Routing::RouteMap::PrefixListCompilerSm>& prefixListCompilerSm() const {
+      return prefixListSm_;
+   }
    void runUntilIdle();
 
 private:

@@ -1,23 +1,16 @@
 #pragma once
-// A whole agent on the common-component machines: route-map, prefix-list and access-list
-// configuration, their compilers, one activity manager driving clocks and tasks, and a policy
-// evaluator over the published route maps.
+// The agent layer's PolicyAgent, driven through its entities rather than configuration text, so
+// that the tests can make every kind of edit (and start the machines on a configuration that is
+// already there), with helpers that write lists and sequences the way an agent does.
 
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Kel/Clock.h"
 #include "Kel/System.h"
-#include "Orb/Task.h"
-#include "Routing/RouteMap/Config.h"
-#include "Routing/RouteMap/PrefixListCompilerSm.h"
-#include "Routing/RouteMap/PrefixListConfig.h"
-#include "RoutingPolicy/acl/RoutingPolicyAcl.h"
-#include "RoutingPolicy/common/CommonComponent.h"
-#include "RoutingPolicy/config/RouteMapConfigSm.h"
 #include "RoutingPolicy/eval/Policy.h"
 #include "RoutingPolicy/eval/Result.h"
+#include "agent/PolicyAgent.h"
 
 namespace common_test {
 
@@ -29,47 +22,26 @@ using Routing::RouteMap::MatchRule;
 using Routing::RouteMap::PrefixListRule;
 using Routing::RouteMap::Protocol;
 
-struct Agent {
-   Kel::Ptr<PolicyRoot> root = policyRootFactory();
-   Kel::Ptr<Config> config = Routing::RouteMap::configFactory();
-   Kel::Ptr<Config> filtered = Routing::RouteMap::configFactory();
-   Kel::Ptr<AllRouteMapSymbol> symbols = allRouteMapSymbolFactory();
-   Kel::Ptr<Orb::TaskScheduler> scheduler = Orb::taskSchedulerFactory();
-   Kel::Ptr<Kel::ActivityManager> am = Kel::activityManagerFactory();
-   Kel::Ptr<Routing::RouteMap::PrefixListConfigRoot> prefixLists =
-       Routing::RouteMap::prefixListConfigRootFactory();
-   Kel::Ptr<Acl::Input::Config> acls = Acl::Input::configFactory();
-   Kel::Ptr<Routing::RouteMap::AllIpAccessListSymbol> aclSymbols =
-       Routing::RouteMap::allIpAccessListSymbolFactory();
-   Kel::Ptr<Routing::RouteMap::PrefixListCompilerSm> prefixListSm;
-   Kel::Ptr<AclConfigSm> aclSm;
-   Kel::Ptr<RouteMapConfigSm> routeMapSm;
+// The real agent, started when the test says so, with the names the tests read.
+struct Agent : Routing::Policy::agent::PolicyAgent {
+   Agent() : PolicyAgent(Start::deferred) {}
 
-   Agent() { am->workSourceIs(scheduler.get()); }
-   ~Agent() {
-      routeMapSm = nullptr;
-      aclSm = nullptr;
-      prefixListSm = nullptr;
-      am->workSourceDel(scheduler.get());
-   }
-   Agent(const Agent&) = delete;
-   Agent& operator=(const Agent&) = delete;
+   const Kel::Ptr<PolicyRoot>& root = policyRoot();
+   const Kel::Ptr<Config>& config = routeMapConfig();
+   const Kel::Ptr<Config>& filtered = filteredConfig();
+   const Kel::Ptr<Kel::ActivityManager>& am = activityManager();
+   const Kel::Ptr<Routing::RouteMap::PrefixListConfigRoot>& prefixLists = prefixListConfig();
+   const Kel::Ptr<Acl::Input::Config>& acls = accessListConfig();
+   const Kel::Ptr<AclConfigSm>& aclSm = aclConfigSm();
+   const Kel::Ptr<RouteMapConfigSm>& routeMapSm = routeMapConfigSm();
 
-   void start() {
-      prefixListSm = Routing::RouteMap::prefixListCompilerSmFactory(
-          prefixLists, root->ipv4PrefixListTable(), root->ipv6PrefixListTable());
-      aclSm = aclConfigSmFactory(acls, aclSymbols, root->ipAclListTable(), am);
-      routeMapSm = routeMapConfigSmFactory(
-          config, filtered, symbols, root, commonComponentRmConfigFilterSmHelperFactory(),
-          commonComponentRmConfigSymbolSmHelperFactory(), scheduler);
-   }
-   void run() { am->runUntilIdle(); }
+   void run() { runUntilIdle(); }
    // A batch of route-map edits reaches the compiled route map at the map's next version.
    void commit(const Kel::Name& name) {
       if (auto m = config->routeMap(name)) m->versionIs(m->version() + 1);
    }
    Kel::Ptr<RouteMapStatus const> status(const Kel::Name& name) const {
-      return routeMapSymbolFactory(name)->dedup(root->routeMapTable())->rmStatus();
+      return routeMapStatus(name);
    }
 
    // Replaces a prefix list's rules and publishes them.
