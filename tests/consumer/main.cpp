@@ -1,11 +1,13 @@
 // A program outside the tree, built against the installed package only: it follows an entity,
-// runs a task on the activity loop and parses a prefix, which needs the installed headers, the
-// library and its exported compile definitions to agree.
+// runs a task on the activity loop, parses a prefix, and evaluates a route through the agent
+// layer, which needs the installed headers, the libraries and their exported compile definitions
+// to agree.
 #include <Kel/Assert.h>
 #include <Kel/Clock.h>
 #include <Kel/Entity.h>
 #include <Nx/IpGenPrefix.h>
 #include <Orb/Task.h>
+#include <agent/PolicyAgent.h>
 
 #include <cstdio>
 
@@ -42,6 +44,19 @@ int main() {
    loop->workSourceDel(sched.get());
    KEL_ASSERT(runs == 1);
    KEL_ASSERT(Nx::IpGenPrefix::fromStrep("10.1.2.0/24").len() == 24u);
+
+   using namespace Routing::Policy;
+   agent::PolicyAgent policy;
+   const auto applied = policy.apply(
+       "ip prefix-list P seq 10 permit 10.0.0.0/8 le 24\n"
+       "route-map RM permit 10\n match ip address prefix-list P\n set tag 9\n",
+       "consumer.conf");
+   KEL_ASSERT(applied.ok());
+   const agent::PolicyEvaluator evaluator(policy.statusList({{RmPrecedence::rmBased, "RM"}}));
+   MatchInput_ route;
+   route.prefixIs(Nx::IpGenPrefix::fromStrep("10.1.2.0/24"));
+   const agent::Evaluation e = evaluator.evaluate(route);
+   KEL_ASSERT(e.permit && e.result.tag().value() == 9u);
    std::puts("consumer ok");
    return 0;
 }
