@@ -105,7 +105,8 @@ TEST_F(RpolicyTest, EvalExamplesAsJson) {
    EXPECT_EQ(second, nlohmann::json::parse(R"({"prefix": "198.51.100.64/26", "permit": true,
        "preference": 20, "tag": 100, "metric": null})"));
    EXPECT_EQ(nlohmann::json::parse(out[3]),
-             nlohmann::json::parse(R"({"prefix": "198.51.100.0/24", "permit": false})"));
+             nlohmann::json::parse(R"({"prefix": "198.51.100.0/24", "permit": false, "preference": 0, "tag": 0,
+                     "metric": null})"));
    // Key order is part of the line format.
    EXPECT_EQ(
        out[10],

@@ -139,14 +139,14 @@ std::string evaluationOutput(const MatchInput_& route, const Evaluation& e, cons
       nlohmann::ordered_json j;
       j["prefix"] = route.prefix().toStrep();
       j["permit"] = e.permit;
-      if (e.permit) {
-         j["preference"] = e.result.preference().value();
-         j["tag"] = e.result.tag().value();
-         if (e.result.metric().hasValue()) {
-            j["metric"] = e.result.metric().value();
-         } else {
-            j["metric"] = nullptr;
-         }
+      // The result as evaluation left it, from a default result: a denied route reads as the
+      // default, so every object has the same keys.
+      j["preference"] = e.result.preference().value();
+      j["tag"] = e.result.tag().value();
+      if (e.result.metric().hasValue()) {
+         j["metric"] = e.result.metric().value();
+      } else {
+         j["metric"] = nullptr;
       }
       if (o.explain) j["log"] = nlohmann::json::parse(explanationJson(e));
       return j.dump() + '\n';
