@@ -373,6 +373,14 @@ private:
       c.skip(2);
       auto name = c.word("an access-list name");
       if (!c.end()) return;
+      // Route maps name an access list without its family, and the compiled lists of both
+      // families are published under their names alone.
+      if (res_.document.accessLists.count({!ipv6, std::string(*name)})) {
+         c.fail(fmt::format("access-list {} is already an {} access-list; access lists of both "
+                            "families share one name space",
+                            *name, ipv6 ? "ip" : "ipv6"));
+         return;
+      }
       auto [it, fresh] = res_.document.accessLists.try_emplace({ipv6, std::string(*name)});
       if (fresh) {
          it->second.name = std::string(*name);

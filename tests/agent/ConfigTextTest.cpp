@@ -81,6 +81,9 @@ const BadCase kBad[] = {
     {"ip access-list A\n 10 permit any\nip access-list A\n 10 deny any",
      {"t:4: error: duplicate sequence 10 in access-list A"}},
     {"ip access-list A\n 10 remark", {"t:2: error: expected the remark text, got end of line"}},
+    {"ip access-list A\n 10 permit any\nipv6 access-list A\n 10 permit any",
+     {"t:3: error: access-list A is already an ip access-list; access lists of both families "
+      "share one name space"}},
     {"ip access-list A\n 10 permit any extra", {"t:2: error: unexpected 'extra' at end of line"}},
     {"match tag 5", {"t:1: error: 'match' outside a route-map block"}},
     // A broken header reports once; its body is not blamed for it.
@@ -319,7 +322,10 @@ ConfigDocument randomDocument(std::mt19937_64& rng) {
    for (auto& [key, l] : doc.prefixLists) l.name = key.second;
    for (U32 n = pick(4); n > 0; --n) {
       const bool ipv6 = pick(2);
-      AccessListDoc& a = doc.accessLists[{ipv6, name("ACL")}];
+      const std::string aclName = name("ACL");
+      // One name space for both families.
+      if (doc.accessLists.count({!ipv6, aclName})) continue;
+      AccessListDoc& a = doc.accessLists[{ipv6, aclName}];
       a.ipv6 = ipv6;
       for (U32 r = pick(4); r > 0; --r) {
          const U32 s = seqno();
