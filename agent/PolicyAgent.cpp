@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <set>
+#include <type_traits>
 
 #include "Kel/Machine.h"
 #include "Orb/Dump.h"
@@ -21,6 +22,17 @@ using Routing::RouteMap::MatchOption;
 using Routing::RouteMap::MatchRule;
 
 namespace {
+
+// The keys of `have` for which `kept` is false, gathered before any is deleted: a collection
+// must not change under its own iteration.
+template <class Coll, class Kept>
+auto keysToDelete(const Coll& have, Kept kept) {
+   std::vector<std::remove_cvref_t<decltype(have.begin()->first)>> out;
+   for (const auto& [key, value] : have) {
+      if (!kept(key)) out.push_back(key);
+   }
+   return out;
+}
 
 // A sequence as the entity holds it, in the document's terms. Values the entity keeps behind a
 // cleared flag (so that turning a clause on again restores it) are not part of the sequence.
@@ -49,11 +61,11 @@ RouteMapSeqDoc seqDocOf(const MapEntry& e) {
 void writeSeq(MapEntry& e, const RouteMapSeqDoc& d) {
    e.permitIs(d.permit);
 
-   std::vector<MatchOption> gone;
-   for (const auto& [option, rule] : e.matchRules()) {
-      if (d.matchRules.count(option) == 0) gone.push_back(option);
+   for (MatchOption o : keysToDelete(e.matchRules(), [&](MatchOption k) {
+           return d.matchRules.count(k) != 0;
+        })) {
+      e.matchRuleDel(o);
    }
-   for (MatchOption o : gone) e.matchRuleDel(o);
    for (const auto& [option, rule] : d.matchRules) {
       if (!(e.matchRule(option) == rule)) e.matchRuleIs(rule);
    }
@@ -73,11 +85,9 @@ void writeSeq(MapEntry& e, const RouteMapSeqDoc& d) {
    e.subRouteMapIs(d.subRouteMap, d.subRouteMapInvert);
 
    for (U32 i = 0; i < d.descriptions.size(); ++i) e.descriptionIs(i, d.descriptions[i]);
-   std::vector<U32> extra;
-   for (const auto& [index, text] : e.descriptions()) {
-      if (index >= d.descriptions.size()) extra.push_back(index);
+   for (U32 i : keysToDelete(e.descriptions(), [&](U32 k) { return k < d.descriptions.size(); })) {
+      e.descriptionDel(i);
    }
-   for (U32 i : extra) e.descriptionDel(i);
 }
 
 Acl::AclType aclType(bool ipv6) {
@@ -244,11 +254,9 @@ ApplyStats PolicyAgent::apply(const ConfigDocument& doc) {
 ApplyStats PolicyAgent::applyPrefixLists(const ConfigDocument& doc) {
    ApplyStats s;
    for (const Nx::AddressFamily af : {Nx::AddressFamily::ipv4, Nx::AddressFamily::ipv6}) {
-      std::vector<Kel::Name> gone;
-      for (const auto& [name, pl] : prefixLists_->prefixLists(af)) {
-         if (doc.prefixLists.count({af, name}) == 0) gone.push_back(name);
-      }
-      for (const auto& name : gone) {
+      for (const auto& name : keysToDelete(prefixLists_->prefixLists(af), [&](const Kel::Name& k) {
+              return doc.prefixLists.count({af, k}) != 0;
+           })) {
          prefixLists_->prefixListDel(af, name);
          ++s.prefixListsDeleted;
       }
@@ -256,11 +264,7 @@ ApplyStats PolicyAgent::applyPrefixLists(const ConfigDocument& doc) {
    for (const auto& [key, d] : doc.prefixLists) {
       bool changed = !prefixLists_->prefixListHas(d.af, d.name);
       const auto pl = prefixLists_->prefixListIs(d.af, d.name);
-      std::vector<U32> gone;
-      for (const auto& [seqno, rule] : pl->entries()) {
-         if (d.rules.count(seqno) == 0) gone.push_back(seqno);
-      }
-      for (U32 seqno : gone) {
+      for (U32 seqno : keysToDelete(pl->entries(), [&](U32 k) { return d.rules.count(k) != 0; })) {
          pl->entryDel(seqno);
          ++s.prefixListEntriesDeleted;
          changed = true;
@@ -285,11 +289,9 @@ ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
       const Acl::AclType type = aclType(ipv6);
       auto typeConfig = acls_->aclTypeConfig(type);
       if (typeConfig) {
-         std::vector<Kel::Name> gone;
-         for (const auto& [name, acl] : typeConfig->acls()) {
-            if (doc.accessLists.count({ipv6, name}) == 0) gone.push_back(name);
-         }
-         for (const auto& name : gone) {
+         for (const auto& name : keysToDelete(typeConfig->acls(), [&](const Kel::Name& k) {
+                 return doc.accessLists.count({ipv6, k}) != 0;
+              })) {
             typeConfig->aclDel(name);
             ++s.accessListsDeleted;
          }
@@ -335,22 +337,16 @@ ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
 
 ApplyStats PolicyAgent::applyRouteMaps(const ConfigDocument& doc) {
    ApplyStats s;
-   std::vector<Kel::Name> gone;
-   for (const auto& [name, map] : config_->routeMaps()) {
-      if (doc.routeMaps.count(name) == 0) gone.push_back(name);
-   }
-   for (const auto& name : gone) {
+   for (const auto& name : keysToDelete(config_->routeMaps(), [&](const Kel::Name& k) {
+           return doc.routeMaps.count(k) != 0;
+        })) {
       config_->routeMapDel(name);
       ++s.routeMapsDeleted;
    }
    for (const auto& [name, d] : doc.routeMaps) {
       bool changed = !config_->routeMap(name);
       const auto map = config_->routeMapIs(name);
-      std::vector<U32> goneSeqs;
-      for (const auto& [seqno, entry] : map->mapEntries()) {
-         if (d.seqs.count(seqno) == 0) goneSeqs.push_back(seqno);
-      }
-      for (U32 seqno : goneSeqs) {
+      for (U32 seqno : keysToDelete(map->mapEntries(), [&](U32 k) { return d.seqs.count(k) != 0; })) {
          map->mapEntryDel(seqno);
          ++s.sequencesDeleted;
          changed = true;
