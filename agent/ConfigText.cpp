@@ -547,6 +547,7 @@ private:
          if (!seq_->subRouteMap.empty()) return twice(c, "sub-route-map");
          seq_->subRouteMap = std::string(*name);
          seq_->subRouteMapInvert = invert;
+         seq_->subRouteMapLine = lineNo_;
       }
    }
 
@@ -616,6 +617,7 @@ private:
       const MatchOption o = rule->option();
       if (seq_->matchRules.count(o)) return twice(c, clauseWords(o));
       seq_->matchRules.emplace(o, std::move(*rule));
+      seq_->matchLines[o] = lineNo_;
       if (!evaluated(o)) notEvaluated(clauseWords(o));
    }
 

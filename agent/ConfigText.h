@@ -66,6 +66,10 @@ struct RouteMapSeqDoc {
    bool subRouteMapInvert = false;
    std::vector<std::string> descriptions;  // in text order
    U32 line = 0;                      // the (last) header line of the sequence
+   // Where the text gave each match clause and the sub-route-map; not part of the sequence's
+   // value (a document read back from entities has none).
+   std::map<Routing::RouteMap::MatchOption, U32> matchLines;
+   U32 subRouteMapLine = 0;
    bool operator==(const RouteMapSeqDoc& o) const {
       return seqno == o.seqno && permit == o.permit && matchRules == o.matchRules &&
              tag == o.tag && distance == o.distance && metric == o.metric &&

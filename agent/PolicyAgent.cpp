@@ -402,10 +402,15 @@ std::vector<Reference> PolicyAgent::undefinedReferences() const {
                                                      : Nx::AddressFamily::ipv6;
                defined = document_.prefixLists.count({af, rule.listName()}) != 0;
             }
-            if (!defined) out.push_back({kind, rule.listName(), rmName, seqno, seq.line});
+            if (!defined) {
+               const auto at = seq.matchLines.find(option);
+               out.push_back({kind, rule.listName(), rmName, seqno,
+                              at != seq.matchLines.end() ? at->second : seq.line});
+            }
          }
          if (!seq.subRouteMap.empty() && document_.routeMaps.count(seq.subRouteMap) == 0) {
-            out.push_back({"route-map", seq.subRouteMap, rmName, seqno, seq.line});
+            out.push_back({"route-map", seq.subRouteMap, rmName, seqno,
+                           seq.subRouteMapLine != 0 ? seq.subRouteMapLine : seq.line});
          }
       }
    }

@@ -178,11 +178,14 @@ route-map B permit 20
                                      "c.conf");
    ASSERT_TRUE(r.ok());
    std::vector<std::string> refs;
-   for (const auto& ref : agent.undefinedReferences()) refs.push_back(ref.text());
+   for (const auto& ref : agent.undefinedReferences()) {
+      refs.push_back(std::to_string(ref.line) + ": " + ref.text());
+   }
+   // Each at the line of the clause that names it.
    EXPECT_EQ(refs, (std::vector<std::string>{
-                       "route-map A seq 10: prefix-list NOPE is not configured",
-                       "route-map B seq 10: ipv6 prefix-list NOPE6 is not configured",
-                       "route-map B seq 20: route-map GHOST is not configured"}));
+                       "2: route-map A seq 10: prefix-list NOPE is not configured",
+                       "5: route-map B seq 10: ipv6 prefix-list NOPE6 is not configured",
+                       "8: route-map B seq 20: route-map GHOST is not configured"}));
    const auto blocked = agent.blockedSequences();
    ASSERT_FALSE(blocked.empty());
    EXPECT_EQ(blocked[0].text(),
