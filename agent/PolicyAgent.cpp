@@ -261,7 +261,8 @@ ApplyStats PolicyAgent::applyPrefixLists(const ConfigDocument& doc) {
          ++s.prefixListsDeleted;
       }
    }
-   for (const auto& [key, d] : doc.prefixLists) {
+   for (const auto& wanted : doc.prefixLists) {
+      const PrefixListDoc& d = wanted.second;  // named, not bound: lambdas below capture it
       bool changed = !prefixLists_->prefixListHas(d.af, d.name);
       const auto pl = prefixLists_->prefixListIs(d.af, d.name);
       for (U32 seqno : keysToDelete(pl->entries(), [&](U32 k) { return d.rules.count(k) != 0; })) {
@@ -343,7 +344,9 @@ ApplyStats PolicyAgent::applyRouteMaps(const ConfigDocument& doc) {
       config_->routeMapDel(name);
       ++s.routeMapsDeleted;
    }
-   for (const auto& [name, d] : doc.routeMaps) {
+   for (const auto& rm : doc.routeMaps) {
+      const Kel::Name& name = rm.first;
+      const RouteMapDoc& d = rm.second;  // named, not bound: lambdas below capture it
       bool changed = !config_->routeMap(name);
       const auto map = config_->routeMapIs(name);
       for (U32 seqno : keysToDelete(map->mapEntries(), [&](U32 k) { return d.seqs.count(k) != 0; })) {
