@@ -11,8 +11,11 @@
 #include "RoutingPolicy/eval/Policy.h"
 #include "RoutingPolicy/eval/Result.h"
 #include "agent/PolicyAgent.h"
+#include "../RouteMapEdits.h"
 
 namespace common_test {
+
+using namespace rm_edit;
 
 using namespace Routing::Policy;
 using Routing::RouteMap::Config;
@@ -107,36 +110,6 @@ inline Decision evaluate(const Kel::Ptr<RouteMapStatus const>& rm, const Route& 
    if (!rm || !eval->evalRouteMapMatchers(&in, rm.get(), &matched)) return {};
    eval->applyPolicySetters(&matched, &result);
    return {true, static_cast<U32>(result.tag().value()), result.preference().value()};
-}
-
-inline Kel::Ptr<MapEntry> entry(const Kel::Ptr<Config>& config, const Kel::Name& rm, U32 seqno,
-                                bool permit = true) {
-   auto e = config->routeMapIs(rm)->mapEntryIs(seqno);
-   e->permitIs(permit);
-   return e;
-}
-
-inline void setTag(const Kel::Ptr<MapEntry>& e, U32 tag) {
-   e->tagIs(Routing::RouteTag(tag));
-   e->setFlagsIs(e->setFlags() | MapEntry::tagFlag);
-}
-
-// The distance flag does not drive the distance setter, the value does: "set distance" writes
-// the flag first and then the value.
-inline void setDistance(const Kel::Ptr<MapEntry>& e, U32 distance) {
-   e->setFlagsIs(e->setFlags() | MapEntry::distanceFlag);
-   e->distanceIs(Routing::RoutePreference(distance));
-}
-
-// "no set distance": the flag goes and the value returns to unset.
-inline void clearDistance(const Kel::Ptr<MapEntry>& e) {
-   e->setFlagsIs(e->setFlags() & ~MapEntry::distanceFlag);
-   e->distanceIs(Routing::RoutePreference());
-}
-
-inline void setContinue(const Kel::Ptr<MapEntry>& e, U32 target) {
-   e->continueSeqIs(target);
-   e->setFlagsIs(e->setFlags() | MapEntry::continueFlag);
 }
 
 }  // namespace common_test

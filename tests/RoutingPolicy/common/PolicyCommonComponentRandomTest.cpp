@@ -79,32 +79,13 @@ public:
             }
             break;
          }
-         case 3: {
-            auto e = entry(a_.config, rm, seqno);
-            switch (pick(3)) {
-               case 0:
-                  e->setFlagsIs(e->setFlags() & ~MapEntry::continueFlag);
-                  break;
-               case 1:
-                  setContinue(e, 0);
-                  break;
-               default:
-                  setContinue(e, seqno + 10 * (1 + pick(3)));
-                  break;
-            }
+         case 3:
+            randomContinue(entry(a_.config, rm, seqno), [this](U32 n) { return pick(n); });
             break;
-         }
-         case 4: {
-            auto e = entry(a_.config, rm, seqno);
-            // Calls go only to route maps of higher index, so no cycle is ever configured.
-            if (rmIndex + 1 < kNames.size() && pick(2)) {
-               const U32 callee = rmIndex + 1 + pick(static_cast<U32>(kNames.size()) - rmIndex - 1);
-               e->subRouteMapIs(kNames[callee], pick(3) == 0);
-            } else {
-               e->subRouteMapIs("");
-            }
+         case 4:
+            randomSubRouteMap(entry(a_.config, rm, seqno), kNames, rmIndex,
+                              [this](U32 n) { return pick(n); });
             break;
-         }
          case 5: {
             auto e = entry(a_.config, rm, seqno);
             if (pick(2)) {
@@ -153,22 +134,6 @@ private:
    Lists& lists_;
    std::mt19937& rng_;
 };
-
-void copyRouteMaps(const Kel::Ptr<Config>& from, const Kel::Ptr<Config>& to) {
-   for (const auto& [name, map] : from->routeMaps()) {
-      auto copy = to->routeMapIs(name);
-      for (const auto& [seqno, in] : map->mapEntries()) {
-         auto out = copy->mapEntryIs(seqno);
-         out->permitIs(in->permit());
-         for (const auto& [o, rule] : in->matchRules()) out->matchRuleIs(rule);
-         out->tagIs(in->tag());
-         out->distanceIs(in->distance());
-         out->continueSeqIs(in->continueSeq());
-         out->setFlagsIs(in->setFlags());
-         out->subRouteMapIs(in->subRouteMap(), in->subRouteMapInvert());
-      }
-   }
-}
 
 std::vector<Route> routes(std::mt19937& rng) {
    std::vector<Route> out;

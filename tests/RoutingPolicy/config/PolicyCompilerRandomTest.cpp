@@ -14,24 +14,7 @@ using namespace compiler_test;
 const std::vector<std::string> kNames = {"R0", "R1", "R2", "R3"};
 constexpr U32 kTags = 4;
 
-// The configuration an agent would load from text: the same route maps, built at once.
-void copyConfig(const Kel::Ptr<Config>& from, const Kel::Ptr<Config>& to) {
-   for (const auto& [name, map] : from->routeMaps()) {
-      auto copy = to->routeMapIs(name);
-      for (const auto& [seqno, in] : map->mapEntries()) {
-         auto out = copy->mapEntryIs(seqno);
-         out->permitIs(in->permit());
-         for (const auto& [o, rule] : in->matchRules()) out->matchRuleIs(rule);
-         out->tagIs(in->tag());
-         out->continueSeqIs(in->continueSeq());
-         out->setFlagsIs(in->setFlags());
-         out->subRouteMapIs(in->subRouteMap(), in->subRouteMapInvert());
-      }
-   }
-}
-
-// One random edit of the kinds an agent applies between two looks of the compiler. Calls go only
-// to route maps of higher index, so the configuration never holds a cycle.
+// One random edit of the kinds an agent applies between two looks of the compiler.
 void randomEdit(World& w, std::mt19937& rng) {
    auto pick = [&rng](U32 n) { return static_cast<U32>(rng() % n); };
    const U32 rmIndex = pick(static_cast<U32>(kNames.size()));
@@ -54,31 +37,12 @@ void randomEdit(World& w, std::mt19937& rng) {
          }
          break;
       }
-      case 3: {
-         auto e = entry(w.config, rm, seqno);
-         switch (pick(3)) {
-            case 0:
-               e->setFlagsIs(e->setFlags() & ~MapEntry::continueFlag);
-               break;
-            case 1:
-               setContinue(e, 0);
-               break;
-            default:
-               setContinue(e, seqno + 10 * (1 + pick(3)));
-               break;
-         }
+      case 3:
+         randomContinue(entry(w.config, rm, seqno), pick);
          break;
-      }
-      case 4: {
-         auto e = entry(w.config, rm, seqno);
-         if (rmIndex + 1 < kNames.size() && pick(2)) {
-            const U32 callee = rmIndex + 1 + pick(static_cast<U32>(kNames.size()) - rmIndex - 1);
-            e->subRouteMapIs(kNames[callee], pick(3) == 0);
-         } else {
-            e->subRouteMapIs("");
-         }
+      case 4:
+         randomSubRouteMap(entry(w.config, rm, seqno), kNames, rmIndex, pick);
          break;
-      }
       case 5:
          if (auto m = w.config->routeMap(rm)) m->mapEntryDel(seqno);
          break;
@@ -110,7 +74,7 @@ TEST(PolicyCompilerRandomTest, IncrementalCompileEvaluatesAsAFreshCompile) {
       incremental.run();
 
       World fresh;
-      copyConfig(incremental.config, fresh.config);
+      copyRouteMaps(incremental.config, fresh.config);
       fresh.start();
       fresh.run();
 

@@ -14,8 +14,11 @@
 #include "Orb/Task.h"
 #include "RoutingPolicy/config/RouteMapConfigSm.h"
 #include "RoutingPolicy/eval/Policy.h"
+#include "../RouteMapEdits.h"
 
 namespace compiler_test {
+
+using namespace rm_edit;
 
 using namespace Routing::Policy;
 using Routing::RouteMap::Config;
@@ -185,23 +188,6 @@ struct World {
       return symbol(name)->rmStatus();
    }
 };
-
-inline Kel::Ptr<MapEntry> entry(const Kel::Ptr<Config>& config, const Kel::Name& rm, U32 seqno,
-                                bool permit = true) {
-   auto e = config->routeMapIs(rm)->mapEntryIs(seqno);
-   e->permitIs(permit);
-   return e;
-}
-
-inline void setTag(const Kel::Ptr<MapEntry>& e, U32 tag) {
-   e->tagIs(Routing::RouteTag(tag));
-   e->setFlagsIs(e->setFlags() | MapEntry::tagFlag);
-}
-
-inline void setContinue(const Kel::Ptr<MapEntry>& e, U32 target) {
-   e->continueSeqIs(target);
-   e->setFlagsIs(e->setFlags() | MapEntry::continueFlag);
-}
 
 struct Outcome {
    bool permit;
