@@ -21,7 +21,6 @@ using Routing::RouteMap::MatchRule;
 using Routing::RouteMap::PolicySymbol;
 using Routing::RouteMap::SetOption;
 
-
 // --- CommonComponentRmSeqConfigSymbolSm
 
 CommonComponentRmSeqConfigSymbolSm::CommonComponentRmSeqConfigSymbolSm(
@@ -233,18 +232,27 @@ bool CommonComponentRmSeqConfigFilterSm::evalSubRouteMap() {
          updateReactor_.notifierIs(routeMapUpdateNotifier_);
       }
       KTRACE(8, *this, "marking sequence as blocking");
+      // The call is withheld, not left as it was: a call the sequence made before would go on
+      // answering for a configuration that no longer holds it. The compiled sequence follows
+      // this entry, so it calls nothing either until the cycle is gone.
+      filteredCallIs("", false);
       routeMapBlockedSequenceList_->sequenceIs(seqno(), true);
       return false;
    }
-   if (filteredSeqConfig_->subRouteMap() != sub ||
-       filteredSeqConfig_->subRouteMapInvert() != entry->subRouteMapInvert()) {
-      KTRACE(8, *this,
-             "changing sub-route-map from:" << filteredSeqConfig_->subRouteMap() << " to " << sub);
-      filteredSeqConfig_->subRouteMapIs(sub, entry->subRouteMapInvert());
-   }
+   filteredCallIs(sub, entry->subRouteMapInvert());
    routeMapBlockedSequenceList_->sequenceDel(seqno());
    updateReactor_.notifierIs(nullptr);
    return true;
+}
+
+void CommonComponentRmSeqConfigFilterSm::filteredCallIs(const Kel::Name& sub, bool invert) {
+   if (filteredSeqConfig_->subRouteMap() == sub &&
+       filteredSeqConfig_->subRouteMapInvert() == invert) {
+      return;
+   }
+   KTRACE(8, *this,
+          "changing sub-route-map from:" << filteredSeqConfig_->subRouteMap() << " to " << sub);
+   filteredSeqConfig_->subRouteMapIs(sub, invert);
 }
 
 void CommonComponentRmSeqConfigFilterSm::handleRouteMapUpdateNotifier() {

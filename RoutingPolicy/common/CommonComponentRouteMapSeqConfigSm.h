@@ -116,6 +116,9 @@ private:
    Routing::RouteMap::Config* filteredRmConfig_;
    Kel::Ptr<RouteMapBlockedSequenceList> routeMapBlockedSequenceList_;
    Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier_;
+   // Writes the filtered entry's call when it differs.
+   void filteredCallIs(const Kel::Name& sub, bool invert);
+
    UpdateReactor updateReactor_;
 };
 

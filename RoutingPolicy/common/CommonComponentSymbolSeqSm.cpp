@@ -3,7 +3,6 @@
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "Kel/Assert.h"
@@ -19,21 +18,6 @@ using Routing::RouteMap::IpAccessListSymbol;
 using Routing::RouteMap::MatchOption;
 using Routing::RouteMap::PolicySymbol;
 using Routing::RouteMap::PrefixListSymbol;
-
-namespace {
-
-// Whether evaluating `status` can come back into the route map named `name`.
-bool reaches(const RouteMapStatus* status, const Kel::String& name,
-             std::unordered_set<const RouteMapStatus*>& seen) {
-   if (!status || !seen.insert(status).second) return false;
-   if (status->name() == name) return true;
-   for (const auto& [seqno, seq] : status->seqStatusMap()) {
-      if (reaches(seq->subRouteMapRawPtr(), name, seen)) return true;
-   }
-   return false;
-}
-
-}  // namespace
 
 // --- PolicyMatchSymbolNotifierMap
 
@@ -208,14 +192,10 @@ void CommonComponentSymbolSeqSm::handleSubRouteMapSymbol() {
    // Without a call the compiled sequence is rebuilt from the configuration, not from here.
    if (!symbol) return;
    const Kel::Ptr<RouteMapStatus const> status = symbol->rmStatus();
+   // A call that would close a cycle is never followed (the compiler gives this machine no
+   // symbol for it), and the compiler drops a status for a call it does not make: so route maps
+   // cannot rebuild each other in a loop through here.
    if (status == seq->subRouteMap()) return;
-   // Configured calls that go round would republish each other forever; the filtered
-   // configuration withholds such a call, and the compiled one keeps the callee it has.
-   std::unordered_set<const RouteMapStatus*> seen;
-   if (reaches(status.get(), rmName_, seen)) {
-      KTRACE(8, *this, "sub-route-map " << symbol->name() << " calls back into " << rmName_);
-      return;
-   }
    KTRACE(8, *this,
           " updating symbol " << rmName_ << " with sub-route-map:" << symbol->name()
                               << " rmsymbol=" << *symbol << " rmStatus=" << textOf(status.get())

@@ -3,6 +3,7 @@
 #include <array>
 #include <ostream>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "Kel/Assert.h"
@@ -53,7 +54,8 @@ RouteMapConfigSymbolSm::RouteMapConfigSymbolSm(
     Kel::Ptr<PolicyRoot const> policyRoot, Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
     Kel::Ptr<RmConfigSymbolSmHelperBase> rmConfigSymbolHelper,
     Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier,
-    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler)
+    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler,
+    Kel::Ptr<RouteMapBlockedSequenceList const> blockedSequences)
     : RouteMapConfigSmBase(std::move(routeMap)),
       rmSymbol_(std::move(rmSymbol)),
       policyRoot_(std::move(policyRoot)),
@@ -61,11 +63,14 @@ RouteMapConfigSymbolSm::RouteMapConfigSymbolSm(
       rmConfigSymbolHelper_(std::move(rmConfigSymbolHelper)),
       routeMapOpModeNotifier_(std::move(routeMapOpModeNotifier)),
       rmUpdateTaskScheduler_(std::move(rmUpdateTaskScheduler)),
-      pendingReactor_(this) {}
+      pendingReactor_(this),
+      blockedReactor_(this),
+      pendingBlocked_(std::move(blockedSequences)) {}
 
 RouteMapConfigSymbolSm::~RouteMapConfigSymbolSm() {
    // The machines go first: they still reach the mailbox and the symbol while they leave.
    pendingReactor_.notifierIs(nullptr);
+   blockedReactor_.notifierIs(nullptr);
    seqConfigSmDelAll();
    undefinedReferenceSeqDelAll();
    routeMapSymbolUpdateTask_ = nullptr;
@@ -123,6 +128,8 @@ void RouteMapConfigSymbolSm::handleInitialized() {
        Orb::taskFactory(rmUpdateTaskScheduler_, "RouteMapSymbolUpdate", kRouteMapTaskPriority,
                         [this] { handleRouteMapSymbolUpdateTask(); });
    pendingReactor_.notifierIs(rmConfigSymbolReactor_);
+   // Before the first compile, which must already leave out what the filter holds back.
+   blockedReactor_.notifierIs(std::move(pendingBlocked_));
    RouteMapConfigSmBase::handleInitialized();
    // A map configured before its compiler existed sees no version change for what it already
    // holds; compile it now rather than at the map's next edit.
@@ -140,13 +147,67 @@ void RouteMapConfigSymbolSm::seqConfigSmIs(U32 seqno, Kel::Ptr<RmSeqConfigSymbol
    seqConfigSm_.set(seqno, std::move(sm));
 }
 
+bool RouteMapConfigSymbolSm::sequenceBlocked(U32 seqno) const {
+   const Kel::Ptr<RouteMapBlockedSequenceList const>& blocked = blockedReactor_.notifier();
+   return blocked && blocked->sequence(seqno);
+}
+
+void RouteMapConfigSymbolSm::handleBlockedSequence(U32 seqno) {
+   // A sequence is only ever blocked by a change of its call, which the next version folds in
+   // without the call. Here it is released: the cycle went away elsewhere.
+   if (sequenceBlocked(seqno)) return;
+   const Kel::Ptr<RmSeqConfigSymbolSmBase> sm = seqConfigSm_.get(seqno);
+   const Kel::Ptr<Map const>& map = routeMap();
+   const Kel::Ptr<MapEntry const> entry = map ? map->mapEntry(seqno) : nullptr;
+   if (!sm || !entry || entry->subRouteMap().empty()) return;
+   // Following a call already, or about to be given one by the next version: nothing held back.
+   if (sm->subRmSymSeq()->symbol() || sm->sequenceChangeSym()->subRouteMapChangeSymbol()) return;
+   const Kel::Ptr<RouteMapSymbol const> symbol =
+       routeMapSymbolFactory(entry->subRouteMap())->dedup(policyRoot_->routeMapTable());
+   KTRACE(8, *this, "seqno=" << seqno << " released, calling " << symbol->name());
+   sm->subRmSymSeq()->symbolIs(symbol);
+   callingSeqs_.insert(seqno);
+   const Kel::Ptr<RouteMapStatus const>& rmStatus = rmSymbol_->rmStatus();
+   if (!rmStatus || !rmStatus->seqStatusHas(seqno)) return;
+   // Through the mailbox, so that the call, and whether the callee is defined, reach the compiled
+   // sequence the way any later change of the callee does.
+   const Kel::Ptr<PendingSymbolUpdate> pending = rmConfigSymbolReactor_->pendingUpdateIs(seqno);
+   pending->hasSubRouteMapUpdateIs(true);
+   pending->subRouteMapStatusIs(symbol->rmStatus());
+}
+
+bool RouteMapConfigSymbolSm::subRouteMapUpdateApplies(U32 seqno) const {
+   if (sequenceBlocked(seqno)) return false;
+   const Kel::Ptr<RmSeqConfigSymbolSmBase> sm = seqConfigSm_.get(seqno);
+   const Kel::Ptr<RouteMapSymbol const> followed = sm ? sm->subRmSymSeq()->symbol() : nullptr;
+   const Kel::Ptr<Map const>& map = routeMap();
+   const Kel::Ptr<MapEntry const> entry = map ? map->mapEntry(seqno) : nullptr;
+   return followed && entry && entry->subRouteMap() == followed->name();
+}
+
+std::vector<RouteMapConfigSymbolSm*> RouteMapConfigSymbolSm::pendingCallees() const {
+   std::vector<RouteMapConfigSymbolSm*> out;
+   if (!peerLookup_) return out;
+   for (U32 seqno : callingSeqs_) {
+      const Kel::Ptr<RmSeqConfigSymbolSmBase>* sm = seqConfigSm_.find(seqno);
+      if (!sm) continue;
+      const Kel::Ptr<RouteMapSymbol const>& symbol = (*sm)->subRmSymSeq()->symbol();
+      if (!symbol) continue;
+      RouteMapConfigSymbolSm* callee = peerLookup_(symbol->name());
+      if (callee && callee != this && callee->hasPendingSymbolUpdates()) out.push_back(callee);
+   }
+   return out;
+}
+
 void RouteMapConfigSymbolSm::seqConfigSmDel(U32 seqno) {
+   callingSeqs_.erase(seqno);
    changeWatch_.erase(seqno);
    dirtySeqs_.erase(seqno);
    seqConfigSm_.del(seqno);
 }
 
 void RouteMapConfigSymbolSm::seqConfigSmDelAll() {
+   callingSeqs_.clear();
    changeWatch_.clear();
    dirtySeqs_.clear();
    seqConfigSm_.delAll([](U32) {});
@@ -262,7 +323,17 @@ void RouteMapConfigSymbolSm::handleVersion() {
       const Kel::Ptr<SubRouteMapChangeSymbol>& subChange = changeSym->subRouteMapChangeSymbol();
       const Kel::Ptr<RouteMapSymbol const> subSymbol =
           subChange ? subChange->symbol() : sm->subRmSymSeq()->symbol();
-      if (subSymbol) {
+      // A call the filter holds back because it would close a cycle is compiled as the filtered
+      // configuration has it: not at all. The inversion is kept, which an absent callee ignores.
+      const bool withheld = subSymbol && sequenceBlocked(seqno);
+      if (withheld) {
+         KTRACE(8, *this,
+                "seqno=" << seqno << " sub-route-map " << subSymbol->name()
+                         << " withheld: the calls would form a cycle");
+         seq->subRouteMapIs(nullptr);
+         seq->subInvertIs(seqConfig->subRouteMapInvert());
+         modified.setSubRouteMap(false);
+      } else if (subSymbol) {
          const Kel::Ptr<RouteMapStatus const> subStatus = subSymbol->rmStatus();
          KTRACE(8, *this,
                 "seqno=" << seqno << " rmStatus from=" << nameOrNull(seq->subRouteMapRawPtr())
@@ -279,7 +350,9 @@ void RouteMapConfigSymbolSm::handleVersion() {
       if (pending) {
          // What the configuration just said about the call outranks a status the follower of
          // the previous callee left behind.
-         if (subSymbol || subChange) pending->hasSubRouteMapUpdateIs(false);
+         if (subSymbol || subChange || !subRouteMapUpdateApplies(seqno)) {
+            pending->hasSubRouteMapUpdateIs(false);
+         }
          addPendingUpdatesToSeqStatus(seq, pending);
          rmConfigSymbolReactor_->pendingUpdateDel(seqno);
       }
@@ -332,7 +405,16 @@ void RouteMapConfigSymbolSm::updateSymbolSeqs(const std::vector<U32>& seqnos) {
                 "changing sub-route-map symbol from="
                     << nameOrNull(sm->subRmSymSeq()->symbol().get())
                     << " to=" << nameOrNull(subChange->symbol().get()));
-         sm->subRmSymSeq()->symbolIs(subChange->symbol());
+         // A held-back call is not followed: the compiled sequence makes none, and following it
+         // would let the callee's rebuilds come round to this route map again.
+         const Kel::Ptr<RouteMapSymbol const> follow =
+             sequenceBlocked(seqno) ? nullptr : subChange->symbol();
+         sm->subRmSymSeq()->symbolIs(follow);
+         if (follow) {
+            callingSeqs_.insert(seqno);
+         } else {
+            callingSeqs_.erase(seqno);
+         }
          // Folded in; left standing it would count the sequence as modified forever.
          changeSym->subRouteMapChangeSymbolIs(nullptr);
       }
@@ -343,6 +425,42 @@ void RouteMapConfigSymbolSm::updateSymbolSeqs(const std::vector<U32>& seqnos) {
 
 void RouteMapConfigSymbolSm::handleRouteMapSymbolUpdateTask() {
    KTRACE(8, *this, "handleRouteMapSymbolUpdateTask");
+   if (!hasPendingSymbolUpdates()) return;
+   // Callees with rebuilds of their own waiting are brought up to date first, deepest first: each
+   // one's publication lands in its callers' mailboxes before they are rebuilt, so a change at
+   // the bottom of a chain of N route maps costs N rebuilds rather than N * N / 2. Only callees
+   // that wait are entered; the calls the compiled route maps follow never go round (a call that
+   // would close a cycle is held back), and `seen` guards the search all the same.
+   struct Frame {
+      RouteMapConfigSymbolSm* sm;
+      std::vector<RouteMapConfigSymbolSm*> callees;
+      std::size_t next = 0;
+   };
+   std::vector<Frame> stack;
+   std::unordered_set<const RouteMapConfigSymbolSm*> seen{this};
+   stack.push_back({this, pendingCallees()});
+   while (!stack.empty()) {
+      if (stack.back().next < stack.back().callees.size()) {
+         RouteMapConfigSymbolSm* callee = stack.back().callees[stack.back().next++];
+         if (seen.insert(callee).second && callee->hasPendingSymbolUpdates()) {
+            stack.push_back({callee, callee->pendingCallees()});
+         }
+         continue;
+      }
+      RouteMapConfigSymbolSm* sm = stack.back().sm;
+      stack.pop_back();
+      if (sm == this) break;
+      sm->applyPendingSymbolUpdates();
+      if (rmUpdateTaskScheduler_->taskShouldYield()) {
+         routeMapSymbolUpdateTask_->schedule();
+         return;
+      }
+   }
+   applyPendingSymbolUpdates();
+}
+
+void RouteMapConfigSymbolSm::applyPendingSymbolUpdates() {
+   KTRACE(8, *this, "applyPendingSymbolUpdates");
    const Kel::Ptr<RouteMapStatus const> rmStatus = rmSymbol_->rmStatus();
    auto list = modifiedRouteMapSeqStatusListFactory();
    // Collected first: dropping an update notifies, and a reaction may add another.
@@ -352,6 +470,12 @@ void RouteMapConfigSymbolSm::handleRouteMapSymbolUpdateTask() {
    }
    for (const Kel::Ptr<PendingSymbolUpdate>& pending : pendings) {
       const U32 seqno = pending->seqno();
+      // A callee's status for a call the sequence no longer makes as compiled (held back, or
+      // changed in a batch whose version has not come yet) is dropped: the next version compiles
+      // the call, and applying it here could let two route maps rebuild each other for ever.
+      if (pending->hasSubRouteMapUpdate() && !subRouteMapUpdateApplies(seqno)) {
+         pending->hasSubRouteMapUpdateIs(false);
+      }
       if (!pending->hasNoPendingChanges() && rmStatus) {
          if (const Kel::Ptr<RouteMapSeqStatus const> old = rmStatus->seqStatus(seqno)) {
             Kel::Ptr<RouteMapSeqStatus> seq = RouteMapSeqStatus::newFrom(old, seqno);
@@ -501,11 +625,13 @@ Kel::Ptr<RouteMapConfigSymbolSm> routeMapConfigSymbolSmFactory(
     Kel::Ptr<PolicyRoot const> policyRoot, Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
     Kel::Ptr<RmConfigSymbolSmHelperBase> rmConfigSymbolHelper,
     Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier,
-    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler) {
+    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler,
+    Kel::Ptr<RouteMapBlockedSequenceList const> blockedSequences) {
    return Kel::create<RouteMapConfigSymbolSm>(
        std::move(routeMap), std::move(rmSymbol), std::move(policyRoot),
        std::move(rmConfigSymbolReactor), std::move(rmConfigSymbolHelper),
-       std::move(routeMapOpModeNotifier), std::move(rmUpdateTaskScheduler));
+       std::move(routeMapOpModeNotifier), std::move(rmUpdateTaskScheduler),
+       std::move(blockedSequences));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -587,6 +713,10 @@ void RouteMapConfigFilterSm::handleVersion() {
    if (!map || filteredRouteMap_->version() == map->version()) return;
    if (sequenceBlocked()) {
       KTRACE(8, *this, "version update is deferred");
+      // The batch may still have removed a call that closed the cycle a sequence of another
+      // route map is blocked on; held back with the version, that sequence would stay blocked
+      // (and its call withheld) with no cycle left. The global update tells it to look again.
+      routeMapUpdateNotifier_->versionInc(1);
       return;
    }
    KTRACE(8, *this,
@@ -644,9 +774,14 @@ Kel::Ptr<RouteMapConfigSymbolSm> RouteMapConfigSm::routeMapConfigSymbolSmIs(
     Kel::Ptr<Map const> routeMap, Kel::Ptr<RouteMapSymbol> rmSymbol,
     Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor) {
    const Kel::Name name = routeMap->name();
-   auto sm = routeMapConfigSymbolSmFactory(std::move(routeMap), std::move(rmSymbol), policyRoot_,
-                                           std::move(rmConfigSymbolReactor), symbolHelper_,
-                                           routeMapOpModeNotifier_, taskScheduler_);
+   // The filter machine is made first, so the compiler leaves out what it holds back from the
+   // start.
+   const Kel::Ptr<RouteMapConfigFilterSm> filterSm = routeMapConfigFilterSm_.get(name);
+   auto sm = routeMapConfigSymbolSmFactory(
+       std::move(routeMap), std::move(rmSymbol), policyRoot_, std::move(rmConfigSymbolReactor),
+       symbolHelper_, routeMapOpModeNotifier_, taskScheduler_,
+       filterSm ? filterSm->routeMapBlockedSequenceList() : nullptr);
+   sm->peerLookupIs([this](const Kel::Name& n) { return routeMapConfigSymbolSm_.get(n).get(); });
    routeMapConfigSymbolSm_.set(name, sm);
    return sm;
 }

@@ -12,6 +12,7 @@
 //   mailbox, per route map. Deletions run later in the "RouteMapDelete" task.
 
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -42,8 +43,26 @@ public:
                           Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
                           Kel::Ptr<RmConfigSymbolSmHelperBase> rmConfigSymbolHelper,
                           Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier,
-                          Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler);
+                          Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler,
+                          Kel::Ptr<RouteMapBlockedSequenceList const> blockedSequences = nullptr);
    ~RouteMapConfigSymbolSm() override;
+
+   // The sequences the filtered copy of this route map holds back because their call would close
+   // a cycle. Such a sequence is compiled without its call, as the filtered configuration has it,
+   // and gets the call when it is released.
+   const Kel::Ptr<RouteMapBlockedSequenceList const>& blockedSequences() const {
+      return blockedReactor_.notifier();
+   }
+   bool sequenceBlocked(U32 seqno) const;
+
+   // The compilers of the other route maps, by name, so that a rebuild can bring the route maps
+   // it calls up to date first (see handleRouteMapSymbolUpdateTask).
+   using PeerLookup = std::function<RouteMapConfigSymbolSm*(const Kel::Name&)>;
+   void peerLookupIs(PeerLookup lookup) { peerLookup_ = std::move(lookup); }
+   // Whether rebuilt clauses wait in the mailbox.
+   bool hasPendingSymbolUpdates() const {
+      return !rmConfigSymbolReactor_->pendingUpdates().empty();
+   }
 
    const Kel::Ptr<RouteMapSymbol>& rmSymbol() const { return rmSymbol_; }
    const Kel::Ptr<PolicyRoot const>& policyRoot() const { return policyRoot_; }
@@ -73,7 +92,12 @@ public:
    using RouteMapConfigSmBase::handleRouteMapSeq;
    void handleRouteMapSeq(U32 seqno) override;
    void handleVersion() override;
+   // Applies what waits in the mailbox. The route maps this one calls go first when they have
+   // rebuilds waiting too, deepest first, so that one change travels up a chain of calls once
+   // instead of once per route map it passes.
    void handleRouteMapSymbolUpdateTask();
+   // The mailbox of this route map alone, published as one rebuild.
+   void applyPendingSymbolUpdates();
 
    bool hasModifiedSequence() const;
    void updateRmStatusAndSymbol(const Kel::Ptr<ModifiedRouteMapSeqStatusList>& list);
@@ -98,6 +122,21 @@ private:
    private:
       RouteMapConfigSymbolSm* owner_;
    };
+
+   class BlockedReactor : public RouteMapBlockedSequenceList::Reactor {
+   public:
+      explicit BlockedReactor(RouteMapConfigSymbolSm* owner) : owner_(owner) {}
+      void handleSequence(U32 seqno) override { owner_->handleBlockedSequence(seqno); }
+
+   private:
+      RouteMapConfigSymbolSm* owner_;
+   };
+   void handleBlockedSequence(U32 seqno);
+   // Whether a sub-route-map status that a follower left in the mailbox is still the call the
+   // sequence makes: the call it follows is the one configured, and it is not held back.
+   bool subRouteMapUpdateApplies(U32 seqno) const;
+   // The compilers of the route maps this one calls that have rebuilds waiting.
+   std::vector<RouteMapConfigSymbolSm*> pendingCallees() const;
 
    // Hears every change a sequence machine records, so that a version change visits the
    // sequences that recorded something instead of every sequence of the map.
@@ -148,6 +187,11 @@ private:
    bool folding_ = false;
    Kel::Ptr<Orb::Task> routeMapSymbolUpdateTask_;
    PendingReactor pendingReactor_;
+   BlockedReactor blockedReactor_;
+   Kel::Ptr<RouteMapBlockedSequenceList const> pendingBlocked_;
+   PeerLookup peerLookup_;
+   // The sequences that follow a called route map's symbol, for pendingCallees.
+   std::set<U32> callingSeqs_;
 };
 
 Kel::Ptr<RouteMapConfigSymbolSm> routeMapConfigSymbolSmFactory(
@@ -155,7 +199,8 @@ Kel::Ptr<RouteMapConfigSymbolSm> routeMapConfigSymbolSmFactory(
     Kel::Ptr<PolicyRoot const> policyRoot, Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
     Kel::Ptr<RmConfigSymbolSmHelperBase> rmConfigSymbolHelper,
     Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier,
-    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler);
+    Kel::Ptr<Orb::TaskScheduler> rmUpdateTaskScheduler,
+    Kel::Ptr<RouteMapBlockedSequenceList const> blockedSequences = nullptr);
 
 class RouteMapConfigFilterSm : public RouteMapConfigSmBase {
 public:

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ostream>
+#include <vector>
 
 #include "Kel/Trace.h"
 #include "Kel/ValueText.h"
@@ -40,17 +41,40 @@ bool RouteMapLoopDetect::hasLoops(const Kel::String& routeMapName,
       KTRACE(8, *this, "detected loop at " << callee->name());
       return true;
    }
+   // A loop would have to come back into the caller; nothing can when nothing calls it. This
+   // answers without a search for every call into a configuration built callers first or callees
+   // first, where a search would walk the whole chain below the callee each time.
+   if (config_->subRouteMapCallers(routeMapName) == 0) return false;
    MapSet onPath{caller.get()};
    MapSet finished;
    return _hasCycle(callee.get(), onPath, finished);
 }
 
-bool RouteMapLoopDetect::_hasCycle(const Routing::RouteMap::Map* map, MapSet& onPath,
+bool RouteMapLoopDetect::_hasCycle(const Routing::RouteMap::Map* start, MapSet& onPath,
                                    MapSet& finished) const {
-   if (finished.count(map) != 0) return false;
-   KTRACE(9, *this, "searching " << map->name());
-   onPath.insert(map);
-   for (const auto& [seqno, entry] : map->mapEntries()) {
+   // Depth first with an explicit stack: a chain of calls may be as long as the configuration.
+   struct Frame {
+      const Routing::RouteMap::Map* map;
+      Routing::RouteMap::Map::MapEntryColl::const_iterator next;
+   };
+   std::vector<Frame> stack;
+   const auto enter = [&](const Routing::RouteMap::Map* map) {
+      KTRACE(9, *this, "searching " << map->name());
+      onPath.insert(map);
+      stack.push_back({map, map->mapEntries().begin()});
+   };
+   if (finished.count(start) != 0) return false;
+   enter(start);
+   while (!stack.empty()) {
+      Frame& top = stack.back();
+      if (top.next == top.map->mapEntries().end()) {
+         onPath.erase(top.map);
+         finished.insert(top.map);
+         stack.pop_back();
+         continue;
+      }
+      const Kel::Ptr<Routing::RouteMap::MapEntry>& entry = top.next->second;
+      ++top.next;
       if (entry->subRouteMap().empty()) continue;
       const Kel::Ptr<Routing::RouteMap::Map const> called = config_->routeMap(entry->subRouteMap());
       if (!called) continue;
@@ -58,10 +82,8 @@ bool RouteMapLoopDetect::_hasCycle(const Routing::RouteMap::Map* map, MapSet& on
          KTRACE(8, *this, "detected loop at " << called->name());
          return true;
       }
-      if (_hasCycle(called.get(), onPath, finished)) return true;
+      if (finished.count(called.get()) == 0) enter(called.get());
    }
-   onPath.erase(map);
-   finished.insert(map);
    return false;
 }
 

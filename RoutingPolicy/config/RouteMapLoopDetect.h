@@ -72,7 +72,7 @@ private:
    // Depth first: `onPath` holds the maps of the call chain being followed, `finished` the maps
    // whose every call has been followed without meeting the chain, which no later chain needs
    // to search again.
-   bool _hasCycle(const Routing::RouteMap::Map* map, MapSet& onPath, MapSet& finished) const;
+   bool _hasCycle(const Routing::RouteMap::Map* start, MapSet& onPath, MapSet& finished) const;
 
    const Routing::RouteMap::Config* config_;
 };

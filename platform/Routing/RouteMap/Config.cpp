@@ -8,6 +8,13 @@
 
 namespace Routing::RouteMap {
 
+void SubRouteMapCalls::remove(const Kel::Name& name) {
+   if (name.empty()) return;
+   const auto it = count_.find(name);
+   if (it == count_.end()) return;
+   if (--it->second == 0) count_.erase(it);
+}
+
 void MapEntry::matchRuleIs(const MatchRule& rule) {
    if (rule.option() == MatchOption::matchInvalid) {
       throw Kel::RangeException("seq " + std::to_string(seqno_) +
@@ -48,6 +55,10 @@ void MapEntry::subRouteMapIs(const Kel::Name& name, bool invert) {
                                 ": sub-route-map inversion needs a sub-route-map name");
    }
    if (name == subRouteMap_ && invert == subRouteMapInvert_) return;
+   if (calls_ && name != subRouteMap_) {
+      calls_->remove(subRouteMap_);
+      calls_->add(name);
+   }
    subRouteMap_ = name;
    subRouteMapInvert_ = invert;
    notify(&Reactor::handleSubRouteMap);
@@ -69,6 +80,13 @@ void MapEntry::formatDerivedType(std::ostream& os) const {
    os << "MapEntry " << seqno_;
 }
 
+void MapEntry::subRouteMapCallsIs(const Kel::Ptr<SubRouteMapCalls>& calls) {
+   if (calls == calls_) return;
+   if (calls_) calls_->remove(subRouteMap_);
+   calls_ = calls;
+   if (calls_) calls_->add(subRouteMap_);
+}
+
 Kel::Ptr<MapEntry> mapEntryFactory(U32 seqno) {
    return Kel::makePtr<MapEntry>(seqno);
 }
@@ -76,17 +94,26 @@ Kel::Ptr<MapEntry> mapEntryFactory(U32 seqno) {
 Kel::Ptr<MapEntry> Map::mapEntryIs(U32 seqno) {
    if (auto e = mapEntry_.get(seqno)) return e;
    auto e = mapEntryFactory(seqno);
+   e->subRouteMapCallsIs(calls_);
    mapEntry_.set(seqno, e);
    notify(&Reactor::handleMapEntry, seqno);
    return e;
 }
 
 void Map::mapEntryDel(U32 seqno) {
+   // A reactor may keep the entry alive; its call no longer counts once it left the map.
+   if (const Kel::Ptr<MapEntry> e = mapEntry_.get(seqno)) e->subRouteMapCallsIs(nullptr);
    if (mapEntry_.del(seqno)) notify(&Reactor::handleMapEntry, seqno);
 }
 
 void Map::mapEntryDelAll() {
+   for (const auto& [seqno, e] : mapEntry_) e->subRouteMapCallsIs(nullptr);
    mapEntry_.delAll([this](U32 seqno) { notify(&Reactor::handleMapEntry, seqno); });
+}
+
+void Map::subRouteMapCallsIs(const Kel::Ptr<SubRouteMapCalls>& calls) {
+   calls_ = calls;
+   for (const auto& [seqno, e] : mapEntry_) e->subRouteMapCallsIs(calls);
 }
 
 void Map::formatDerivedType(std::ostream& os) const {
@@ -101,16 +128,23 @@ Kel::Ptr<Map> Config::routeMapIs(const Kel::Name& name) {
    if (name.empty()) throw Kel::RangeException("a route map needs a name");
    if (auto m = routeMap_.get(name)) return m;
    auto m = mapFactory(name);
+   m->subRouteMapCallsIs(calls_);
    routeMap_.set(name, m);
    notify(&Reactor::handleRouteMap, name);
    return m;
 }
 
+Config::~Config() {
+   for (const auto& [name, m] : routeMap_) m->subRouteMapCallsIs(nullptr);
+}
+
 void Config::routeMapDel(const Kel::Name& name) {
+   if (const Kel::Ptr<Map> m = routeMap_.get(name)) m->subRouteMapCallsIs(nullptr);
    if (routeMap_.del(name)) notify(&Reactor::handleRouteMap, name);
 }
 
 void Config::routeMapDelAll() {
+   for (const auto& [name, m] : routeMap_) m->subRouteMapCallsIs(nullptr);
    routeMap_.delAll([this](const Kel::Name& name) { notify(&Reactor::handleRouteMap, name); });
 }
 

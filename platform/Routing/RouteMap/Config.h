@@ -11,6 +11,7 @@
 // Kel::RangeException, so nothing downstream has to defend against them.
 
 #include <map>
+#include <unordered_map>
 
 #include "Kel/Entity.h"
 #include "Orb/MaybeU63.h"
@@ -19,6 +20,25 @@
 #include "Routing/RouteTypes.h"
 
 namespace Routing::RouteMap {
+
+// How many sequences of one configuration call each route map as their sub-route-map. Kept up to
+// date by the entities themselves, so that the question "does anything call X" is a lookup: loop
+// detection asks it before it searches, and most calls into a fresh or chain-shaped configuration
+// need no search at all.
+class SubRouteMapCalls : public Kel::RefCounted {
+public:
+   U32 callers(const Kel::Name& name) const {
+      const auto it = count_.find(name);
+      return it == count_.end() ? 0 : it->second;
+   }
+   void add(const Kel::Name& name) {
+      if (!name.empty()) ++count_[name];
+   }
+   void remove(const Kel::Name& name);
+
+private:
+   std::unordered_map<Kel::Name, U32> count_;
+};
 
 class MapEntry : public Kel::Entity {
 public:
@@ -98,6 +118,10 @@ public:
 
    void formatDerivedType(std::ostream& os) const override;
 
+   // The count this entry's call belongs to while its route map is part of a configuration;
+   // null otherwise. Moves the entry's current call from the old count to the new one.
+   void subRouteMapCallsIs(const Kel::Ptr<SubRouteMapCalls>& calls);
+
 private:
    const U32 seqno_;
    bool permit_ = true;
@@ -110,6 +134,7 @@ private:
    Kel::Name subRouteMap_;
    bool subRouteMapInvert_ = false;
    DescriptionColl description_;
+   Kel::Ptr<SubRouteMapCalls> calls_;
 };
 
 Kel::Ptr<MapEntry> mapEntryFactory(U32 seqno);
@@ -143,10 +168,15 @@ public:
 
    void formatDerivedType(std::ostream& os) const override;
 
+   // Set by the configuration that holds the map, cleared when it lets the map go; every entry
+   // follows.
+   void subRouteMapCallsIs(const Kel::Ptr<SubRouteMapCalls>& calls);
+
 private:
    const Kel::Name name_;
    MapEntryColl mapEntry_;
    U32 version_ = 0;
+   Kel::Ptr<SubRouteMapCalls> calls_;
 };
 
 Kel::Ptr<Map> mapFactory(Kel::Name name);
@@ -175,8 +205,14 @@ public:
    // Values outside the enumeration are refused.
    void routeMapOpModeIs(RouteMapOpModeType mode);
 
+   // How many sequences of this configuration's route maps call `name` as their sub-route-map.
+   U32 subRouteMapCallers(const Kel::Name& name) const { return calls_->callers(name); }
+
+   ~Config() override;
+
 private:
    RouteMapColl routeMap_;
+   Kel::Ptr<SubRouteMapCalls> calls_ = Kel::makePtr<SubRouteMapCalls>();
    RouteMapOpModeType routeMapOpMode_ = RouteMapOpModeType::opModeDefault;
 };
 

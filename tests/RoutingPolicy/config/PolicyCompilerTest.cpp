@@ -292,15 +292,18 @@ TEST_F(PolicyCompilerTest, FilteredVersionWaitsWhileASequenceIsBlocked) {
       EXPECT_GE(trace.find("version update is deferred"), 0);
    }
    EXPECT_EQ(filteredMap->version(), 4u);
+   // Held back, the batch still tells sequences blocked elsewhere to look again: it may have
+   // removed the call that closed their cycle.
+   EXPECT_EQ(notifier->version(), before + 1);
    blocked->sequenceIs(10, false);
    EXPECT_EQ(filteredMap->version(), 4u) << "20 still blocks";
    // The last blocked sequence is deleted from the input: nothing blocks any more.
    w.config->routeMap("RM1")->mapEntryDel(20);
    EXPECT_FALSE(filteredMap->mapEntryHas(20));
    EXPECT_EQ(filteredMap->version(), 5u);
-   EXPECT_EQ(notifier->version(), before + 1);
+   EXPECT_EQ(notifier->version(), before + 2);
    filter->handleVersion();
-   EXPECT_EQ(notifier->version(), before + 1);
+   EXPECT_EQ(notifier->version(), before + 2);
 }
 
 TEST_F(PolicyCompilerTest, OpModeChangeReachesTheFilteredConfigurationAndEveryCompiler) {
