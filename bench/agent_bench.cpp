@@ -6,13 +6,19 @@
 // - BM_Evaluate: PolicyEvaluator::evaluate on a 10-sequence route map with prefix lists, tags and
 //   a continue, from 1 and 2 threads (each its own evaluator over the same published objects);
 //   `allocs_per_eval` from the replaced global operator new.
+// - BM_CompileChain/N/order: a fresh agent applies N route maps, each calling the next as its
+//   sub-route-map, named so that callers come first (order 0) or callees first (order 1): the
+//   entities, the filter, the compilers and every rebuild until the loop is idle (parse outside
+//   the timing). `publications` counts statuses published per route map.
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "AllocCounter.h"
+#include "RoutingPolicy/status/RouteMapSymbol.h"
 #include "agent/PolicyAgent.h"
 
 namespace {
@@ -48,11 +54,54 @@ void BM_ApplyOneEntryChange(benchmark::State& state) {
    if (!agent.apply(texts[0], "bench").ok()) state.SkipWithError("bad text");
    U32 written = 0;
    U32 i = 1;
-   for (auto _ : state) written += agent.apply(texts[i++ & 1], "bench").stats.prefixListEntriesWritten;
+   for (auto _ : state)
+      written += agent.apply(texts[i++ & 1], "bench").stats.prefixListEntriesWritten;
    state.counters["entries_written"] =
        benchmark::Counter(written, benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(BM_ApplyOneEntryChange)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// N route maps in a chain of sub-route-map calls; with callersFirst the caller's name sorts
+// before its callee's, which is the order in which the agent creates them.
+std::string chainText(std::size_t n, bool callersFirst) {
+   std::string t;
+   char name[16];
+   const auto nameOf = [&](std::size_t i) {
+      std::snprintf(name, sizeof name, "M%06zu", callersFirst ? i : n - 1 - i);
+      return std::string(name);
+   };
+   for (std::size_t i = 0; i < n; ++i) {
+      t += "route-map " + nameOf(i) + " permit 10\n   set tag " + std::to_string(i) + "\n";
+      if (i + 1 < n) t += "   sub-route-map " + nameOf(i + 1) + "\n";
+   }
+   return t;
+}
+
+void BM_CompileChain(benchmark::State& state) {
+   const auto n = static_cast<std::size_t>(state.range(0));
+   const ParseResult parsed = parseConfigText(chainText(n, state.range(1) == 0), "bench");
+   if (!parsed.ok()) state.SkipWithError("bad text");
+   double publications = 0;
+   for (auto _ : state) {
+      PolicyAgent agent;
+      agent.apply(parsed.document);
+      state.PauseTiming();
+      for (const auto& [name, rm] : parsed.document.routeMaps) {
+         publications +=
+             routeMapSymbolFactory(name)->dedup(agent.policyRoot()->routeMapTable())->version();
+      }
+      state.ResumeTiming();
+   }
+   state.counters["publications"] = benchmark::Counter(publications / static_cast<double>(n),
+                                                       benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_CompileChain)
+    ->Args({1000, 0})
+    ->Args({1000, 1})
+    ->Args({10000, 0})
+    ->Args({10000, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 const char* const kTenSequences = R"(
 ip prefix-list A seq 10 permit 10.0.0.0/8 le 24
