@@ -20,13 +20,17 @@ using Routing::RouteMap::PrefixListRule;
 using Routing::RouteMap::Protocol;
 
 std::string Diagnostic::text() const {
-   return fmt::format("{}:{}: {}: {}", file, line, warning ? "warning" : "error", message);
+   // The file name and the message may carry bytes from outside (a path, a quoted word);
+   // printable() keeps them from acting on the reader's terminal.
+   return fmt::format("{}:{}: {}: {}", text::printable(file), line, warning ? "warning" : "error",
+                      text::printable(message));
 }
 
 namespace {
 
 using text::isBlank;
 using text::parseDecimal;
+using text::quote;
 using text::split;
 using text::trim;
 
@@ -152,7 +156,7 @@ public:
       for (std::string_view k : words) {
          if (*w == k) return w;
       }
-      fail(fmt::format("expected {}, got '{}'", alternatives(words), *w));
+      fail(fmt::format("expected {}, got {}", alternatives(words), quote(*w)));
       return std::nullopt;
    }
 
@@ -168,7 +172,7 @@ public:
       if (!w) return std::nullopt;
       U64 v = 0;
       if (!parseDecimal(*w, v) || v < min || v > max) {
-         fail(fmt::format("expected {}, got '{}'", expected, *w));
+         fail(fmt::format("expected {}, got {}", expected, quote(*w)));
          return std::nullopt;
       }
       return v;
@@ -189,7 +193,7 @@ public:
    std::optional<Nx::IpGenAddr> addressFrom(std::string_view w, Nx::AddressFamily af) {
       Nx::IpGenAddr a;
       if (!parseAddress(w, af, a)) {
-         fail(fmt::format("expected {}, got '{}'", addressShape(af), w));
+         fail(fmt::format("expected {}, got {}", addressShape(af), quote(w)));
          return std::nullopt;
       }
       return a;
@@ -209,7 +213,7 @@ public:
       U64 len = 0;
       if (slash == std::string_view::npos || !parseAddress(w.substr(0, slash), af, a) ||
           !parseDecimal(w.substr(slash + 1), len) || len > a.maxLen()) {
-         fail(fmt::format("expected {}, got '{}'", prefixShape(af), w));
+         fail(fmt::format("expected {}, got {}", prefixShape(af), quote(w)));
          return std::nullopt;
       }
       const Nx::IpGenPrefix p(a, static_cast<unsigned>(len));
@@ -241,7 +245,7 @@ public:
    bool end() {
       if (failed()) return false;
       if (!atEnd()) {
-         fail(fmt::format("unexpected '{}' at end of line", words_[pos_]));
+         fail(fmt::format("unexpected {} at end of line", quote(words_[pos_])));
          return false;
       }
       return true;
@@ -277,6 +281,9 @@ public:
 
 private:
    void line(std::string_view raw) {
+      if (raw.find(text::kUtf8Bom) != std::string_view::npos) {
+         return add(res_.errors, std::string(text::kMisplacedBom), false);
+      }
       const std::string_view s = trim(raw);
       if (s.empty() || s.front() == '!' || s.front() == '#') return;
       const std::vector<std::string_view> w = split(s);
@@ -297,7 +304,7 @@ private:
          if (block_ == Block::routeMap) {
             clause(c, w[0]);
          } else if (block_ != Block::brokenRouteMap) {
-            c.fail(fmt::format("'{}' outside a route-map block", w[0]));
+            c.fail(fmt::format("{} outside a route-map block", quote(w[0])));
          }
       } else if (parseDecimal(w[0], ignored)) {
          if (block_ == Block::accessList) {
@@ -306,8 +313,9 @@ private:
             c.fail("access-list rule outside an access-list block");
          }
       } else {
-         c.fail(fmt::format("unknown command '{}'",
-                            w.size() > 1 ? fmt::format("{} {}", w[0], w[1]) : std::string(w[0])));
+         c.fail(fmt::format(
+             "unknown command {}",
+             quote(w.size() > 1 ? fmt::format("{} {}", w[0], w[1]) : std::string(w[0]))));
       }
       if (c.failed()) add(res_.errors, c.error(), false);
    }
@@ -448,7 +456,7 @@ private:
       }
       Nx::IpGenAddr source;
       if (!parseAddress(*w, v4, source)) {
-         c.fail(fmt::format("expected {}, got '{}'", shape, *w));
+         c.fail(fmt::format("expected {}, got {}", shape, quote(*w)));
          return std::nullopt;
       }
       auto wildcard = c.word("a wildcard mask A.B.C.D");
@@ -478,7 +486,7 @@ private:
          return Acl::Ip6Filter(Nx::IpGenPrefix(*a));
       }
       if (w->find('/') == std::string_view::npos) {
-         c.fail(fmt::format("expected {}, got '{}'", shape, *w));
+         c.fail(fmt::format("expected {}, got {}", shape, quote(*w)));
          return std::nullopt;
       }
       auto p = c.prefixFrom(*w, v6);
@@ -584,7 +592,7 @@ private:
                rule = MatchRule::forNexthop(a);
             } else {
                return c.fail(
-                   fmt::format("expected 'prefix-list' or an address A.B.C.D, got '{}'", *w));
+                   fmt::format("expected 'prefix-list' or an address A.B.C.D, got {}", quote(*w)));
             }
          } else {
             list(MatchOption::matchIpResolvedNexthopPrefixList);
@@ -602,15 +610,20 @@ private:
          auto w = c.word(shape);
          if (!w) return;
          auto p = Routing::RouteMap::protocolFromString(*w);
-         if (!p) return c.fail(fmt::format("expected {}, got '{}'", shape, *w));
+         if (!p) return c.fail(fmt::format("expected {}, got {}", shape, quote(*w)));
          rule = MatchRule::forProtocol(*p);
       } else {
          auto w = c.word("an interface name");
          if (!w) return;
          try {
             rule = MatchRule::forInterface(Nx::IntfId::fromStrep(*w));
-         } catch (const Kel::ParseException& e) {
-            return c.fail(e.what());
+         } catch (const Kel::ParseException&) {
+            // In the platform's words, but with the word quoted as every other message quotes it
+            // (escaped and cut): the exception's text carries the word whole.
+            return c.fail(
+                fmt::format("expected an interface name of letters, digits, '/', '.', "
+                            "'-', '_' like Ethernet1, got {}",
+                            quote(*w)));
          }
       }
       if (!rule || !c.end()) return;
@@ -713,7 +726,12 @@ std::string matchText(const MatchRule& r) {
 }  // namespace
 
 ParseResult parseConfigText(std::string_view text, const std::string& file) {
-   return Parser(file).run(text);
+   if (std::string e = text::foreignEncoding(text); !e.empty()) {
+      ParseResult r;
+      r.errors.push_back(Diagnostic{file, 1, std::move(e), false});
+      return r;
+   }
+   return Parser(file).run(text::withoutUtf8Bom(text));
 }
 
 std::string configText(const ConfigDocument& doc) {

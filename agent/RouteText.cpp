@@ -19,6 +19,7 @@ namespace {
 
 using text::isBlank;
 using text::parseDecimal;
+using text::quote;
 using text::split;
 using text::trim;
 
@@ -63,7 +64,7 @@ public:
    bool split(std::string_view word, std::string_view& key, std::string_view& value) {
       const auto eq = word.find('=');
       if (eq == std::string_view::npos || eq == 0) {
-         error = fmt::format("expected key=value, got '{}'", word);
+         error = fmt::format("expected key=value, got {}", quote(word));
          return false;
       }
       key = word.substr(0, eq);
@@ -77,7 +78,7 @@ public:
    }
 
    bool expected(std::string_view what, std::string_view key, std::string_view value) {
-      error = fmt::format("expected {} for {}, got '{}'", what, key, value);
+      error = fmt::format("expected {} for {}, got {}", what, key, quote(value));
       return false;
    }
 
@@ -111,7 +112,7 @@ Parsed<Nx::IpGenPrefix> parsePrefix(std::string_view w) {
    if (slash == std::string_view::npos || !parseAddress(w.substr(0, slash), a) ||
        !parseDecimal(w.substr(slash + 1), 255, len) || len > a.maxLen()) {
       return Parsed<Nx::IpGenPrefix>::failure(
-          fmt::format("expected {}, got '{}'", kPrefixShape, w));
+          fmt::format("expected {}, got {}", kPrefixShape, quote(w)));
    }
    const Nx::IpGenPrefix p(a, static_cast<unsigned>(len));
    // Refused rather than cleared, as in configuration: a route written with host bits is more
@@ -182,7 +183,7 @@ Parsed<MatchInput_> parseRouteWords(const std::vector<std::string_view>& words) 
       } else {
          ok = false;
          attrs.error =
-             fmt::format("unknown route attribute '{}'; expected one of {}", key, kRouteKeys);
+             fmt::format("unknown route attribute {}; expected one of {}", quote(key), kRouteKeys);
       }
       if (!ok) return Result::failure(std::move(attrs.error));
    }
@@ -192,6 +193,11 @@ Parsed<MatchInput_> parseRouteWords(const std::vector<std::string_view>& words) 
 template <class T, class ParseLine>
 ParsedLines<T> parseLines(std::string_view text, const std::string& file, ParseLine parseLine) {
    ParsedLines<T> out;
+   if (std::string e = text::foreignEncoding(text); !e.empty()) {
+      out.errors.push_back(Diagnostic{file, 1, std::move(e), false});
+      return out;
+   }
+   text = text::withoutUtf8Bom(text);
    U32 lineNo = 0;
    std::size_t start = 0;
    while (start < text.size()) {
@@ -200,6 +206,10 @@ ParsedLines<T> parseLines(std::string_view text, const std::string& file, ParseL
       ++lineNo;
       const std::string_view line = trim(text.substr(start, nl - start));
       start = nl + 1;
+      if (line.find(text::kUtf8Bom) != std::string_view::npos) {
+         out.errors.push_back(Diagnostic{file, lineNo, std::string(text::kMisplacedBom), false});
+         continue;
+      }
       if (skippableLine(line)) continue;
       Parsed<T> p = parseLine(line);
       if (!p.ok()) {
@@ -300,13 +310,13 @@ Parsed<RouteCase> parseRouteCase(std::string_view line) {
    if (words[0] == "deny") {
       if (words.size() > 1) {
          // A denied route has no result, so attributes after deny could only be a mistake.
-         return Result::failure(fmt::format("unexpected '{}' after deny", words[1]));
+         return Result::failure(fmt::format("unexpected {} after deny", quote(words[1])));
       }
       return Result{std::move(c), {}};
    }
    if (words[0] != "permit") {
       return Result::failure(
-          fmt::format("expected 'permit' or 'deny' after '=>', got '{}'", words[0]));
+          fmt::format("expected 'permit' or 'deny' after '=>', got {}", quote(words[0])));
    }
    c.expect.permit = true;
    Attributes attrs;
@@ -327,8 +337,8 @@ Parsed<RouteCase> parseRouteCase(std::string_view line) {
          if (ok) c.expect.metric = m;
       } else {
          ok = false;
-         attrs.error =
-             fmt::format("unknown result attribute '{}'; expected one of {}", key, kResultKeys);
+         attrs.error = fmt::format("unknown result attribute {}; expected one of {}", quote(key),
+                                   kResultKeys);
       }
       if (!ok) return Result::failure(std::move(attrs.error));
    }

@@ -6,26 +6,28 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "FdStream.h"
 #include "agent/ConfigText.h"
 #include "agent/PolicyAgent.h"
 #include "agent/RouteText.h"
+#include "agent/TextTokens.h"
 
 namespace rpolicy {
 
@@ -61,31 +63,91 @@ struct Options {
    unsigned threads = 1;
 };
 
-std::string readFile(const std::string& path, Io& io) {
-   std::ostringstream s;
-   if (path == "-") {
-      s << io.in.rdbuf();
-      return s.str();
+// All of `s`. A read that fails part-way ends the command: the part read is a shorter input that
+// may well parse, and answering for it would answer for a file the user did not give. A stream
+// buffer reports a failed read by throwing (file buffers do, and so does FdInBuf); the stream
+// turns that into badbit, and with badbit in its exception mask passes the buffer's exception,
+// and with it the system's reason, on to here.
+std::string readAll(std::istream& s, const std::string& name) {
+   std::string text, reason;
+   const std::ios::iostate mask = s.exceptions();
+   try {
+      s.exceptions(std::ios::badbit);
+      std::array<char, 1 << 16> buf;
+      while (s.read(buf.data(), buf.size()), s.gcount() > 0) {
+         text.append(buf.data(), static_cast<std::size_t>(s.gcount()));
+      }
+   } catch (const std::ios_base::failure& e) {
+      const std::error_code c = e.code();
+      const bool fromSystem =
+          c.category() == std::generic_category() || c.category() == std::system_category();
+      reason = fromSystem && c.value() != 0 ? c.message() : "read error";
+   } catch (const std::exception& e) {
+      reason = e.what();
    }
-   std::error_code ec;
-   if (std::filesystem::is_directory(path, ec)) {
-      throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(EISDIR)};
+   try {
+      s.exceptions(mask);
+   } catch (const std::exception&) {
+      // The caller's mask throws on the state the failure left; the failure is reported below.
    }
+   if (s.bad() || !reason.empty()) {
+      throw Failure{kUsage,
+                    "cannot read " + name + ": " + (reason.empty() ? "read error" : reason)};
+   }
+   return text;
+}
+
+// The whole of the file at `path`, or of standard input for "-".
+std::string readInput(const std::string& path, Io& io) {
+   if (path == "-") return readAll(io.in, "standard input");
+   // A directory opens; its first read fails (EISDIR) and is reported like any failed read.
    std::ifstream f(path, std::ios::binary);
-   if (!f) throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(errno)};
-   s << f.rdbuf();
-   if (f.bad()) throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(errno)};
-   return s.str();
+   if (!f.is_open()) throw Failure{kUsage, "cannot read " + path + ": " + std::strerror(errno)};
+   return readAll(f, path);
+}
+
+// How many diagnostics one list prints before it only counts the rest.
+constexpr std::size_t kShownDiagnostics = 100;
+
+std::string countOf(std::size_t n, const char* what) {
+   return std::to_string(n) + " more " + what + (n == 1 ? "" : "s");
+}
+
+// Prints diagnostics of one file in line order: at most kShownDiagnostics, then one line
+// counting the rest, so that a file of garbage cannot bury the terminal. Errors take their
+// places first and warnings fill what is left, so a flood of warnings cannot hide the error
+// that stopped the command.
+void printDiagnostics(std::vector<Diagnostic> found, std::ostream& os) {
+   std::stable_sort(found.begin(), found.end(),
+                    [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
+   const auto errors = static_cast<std::size_t>(
+       std::count_if(found.begin(), found.end(), [](const Diagnostic& d) { return !d.warning; }));
+   std::size_t errorPlaces = std::min(errors, kShownDiagnostics);
+   std::size_t warningPlaces = kShownDiagnostics - errorPlaces;
+   std::size_t hiddenErrors = 0, hiddenWarnings = 0;
+   for (const Diagnostic& d : found) {
+      std::size_t& places = d.warning ? warningPlaces : errorPlaces;
+      if (places == 0) {
+         ++(d.warning ? hiddenWarnings : hiddenErrors);
+         continue;
+      }
+      --places;
+      os << d.text() << '\n';
+   }
+   if (hiddenErrors == 0 && hiddenWarnings == 0) return;
+   os << "... and ";
+   if (hiddenErrors) os << countOf(hiddenErrors, "error") << (hiddenWarnings ? " and " : "");
+   if (hiddenWarnings) os << countOf(hiddenWarnings, "warning");
+   os << '\n';
 }
 
 // Applies one configuration file; its warnings go to stderr, its errors end the command.
 void applyConfig(PolicyAgent& agent, const std::string& path, Io& io) {
-   const ApplyResult r = agent.apply(readFile(path, io), path);
-   for (const Diagnostic& d : r.warnings) io.err << d.text() << '\n';
-   if (!r.ok()) {
-      for (const Diagnostic& d : r.errors) io.err << d.text() << '\n';
-      throw Failure{kUsage, ""};
-   }
+   const ApplyResult r = agent.apply(readInput(path, io), path);
+   std::vector<Diagnostic> found = r.errors;
+   found.insert(found.end(), r.warnings.begin(), r.warnings.end());
+   printDiagnostics(std::move(found), io.err);
+   if (!r.ok()) throw Failure{kUsage, ""};
 }
 
 // --route-map NAME and --apply PRECEDENCE=NAME as a status list's members. One route map per
@@ -202,7 +264,7 @@ std::vector<std::string> evaluateAll(const Kel::Ptr<RouteMapStatusList const>& l
 }
 
 int cmdCheck(const Options& o, Io& io) {
-   const std::string text = readFile(o.config, io);
+   const std::string text = readInput(o.config, io);
    PolicyAgent agent;
    const ApplyResult r = agent.apply(text, o.config);
    std::vector<Diagnostic> found = r.errors;
@@ -226,7 +288,7 @@ int cmdCheck(const Options& o, Io& io) {
    // In line order, as a reader walks the file.
    std::stable_sort(found.begin(), found.end(),
                     [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
-   for (const Diagnostic& d : found) io.out << d.text() << '\n';
+   printDiagnostics(found, io.out);
    const std::size_t errors = r.errors.size(), warnings = found.size() - errors;
    io.out << o.config << ": " << errors << (errors == 1 ? " error, " : " errors, ") << warnings
           << (warnings == 1 ? " warning" : " warnings") << '\n';
@@ -240,9 +302,9 @@ int cmdEval(const Options& o, Io& io) {
    const auto members = routeMapsToApply(o, agent);
    // Every line is read before any is evaluated, so a bad line leaves no partial output.
    const std::string name = o.routes == "-" ? std::string("<stdin>") : o.routes;
-   const auto routes = parseRouteLines(readFile(o.routes, io), name);
+   const auto routes = parseRouteLines(readInput(o.routes, io), name);
    if (!routes.ok()) {
-      for (const Diagnostic& d : routes.errors) io.err << d.text() << '\n';
+      printDiagnostics(routes.errors, io.err);
       return kUsage;
    }
    const auto list = agent.statusList(members);
@@ -254,9 +316,9 @@ int cmdTest(const Options& o, Io& io) {
    PolicyAgent agent;
    applyConfig(agent, o.config, io);
    const auto members = routeMapsToApply(o, agent);
-   const auto cases = parseCaseLines(readFile(o.cases, io), o.cases);
+   const auto cases = parseCaseLines(readInput(o.cases, io), o.cases);
    if (!cases.ok()) {
-      for (const Diagnostic& d : cases.errors) io.err << d.text() << '\n';
+      printDiagnostics(cases.errors, io.err);
       return kUsage;
    }
    PolicyEvaluator eval(agent.statusList(members));
@@ -272,7 +334,8 @@ int cmdTest(const Options& o, Io& io) {
       ++failed;
       // Evaluated again with the log only for the failures, which are what a reader studies.
       const Evaluation explained = eval.evaluate(c.route, true);
-      io.out << o.cases << ':' << line << ": FAIL: " << cases.lines[i] << '\n'
+      io.out << text::printable(o.cases) << ':' << line
+             << ": FAIL: " << text::printable(cases.lines[i]) << '\n'
              << "    expected: " << c.expect.text() << '\n'
              << "    got:      " << verdictText(e.permit, e.result) << '\n'
              << "    because:  " << why << '\n'
@@ -427,12 +490,11 @@ std::string graphText(const ConfigDocument& doc) {
 }
 
 int cmdGraph(const Options& o, Io& io) {
-   const ParseResult r = parseConfigText(readFile(o.config, io), o.config);
-   for (const Diagnostic& d : r.warnings) io.err << d.text() << '\n';
-   if (!r.ok()) {
-      for (const Diagnostic& d : r.errors) io.err << d.text() << '\n';
-      return kUsage;
-   }
+   const ParseResult r = parseConfigText(readInput(o.config, io), o.config);
+   std::vector<Diagnostic> found = r.errors;
+   found.insert(found.end(), r.warnings.begin(), r.warnings.end());
+   printDiagnostics(std::move(found), io.err);
+   if (!r.ok()) return kUsage;
    io.out << graphText(r.document);
    return kOk;
 }
@@ -446,15 +508,14 @@ void addPolicyOptions(CLI::App* cmd, Options& o) {
        ->allow_extra_args(false);
 }
 
-}  // namespace
-
-int runRpolicy(int argc, const char* const* argv, std::istream& in, std::ostream& out,
+int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream& out,
                std::ostream& err) {
    Options o;
    CLI::App app{"Check, show and evaluate routing policy configuration", "rpolicy"};
    // At most one; none is reported below, after CLI11 has named any unexpected word.
    app.require_subcommand(0, 1);
-   app.footer("Exit codes: 0 ok, 1 check found errors or a test failed, 2 usage or input error.");
+   app.footer(
+       "Exit codes: 0 ok, 1 check found errors or a test failed, 2 usage, input or output error.");
 
    auto* check = app.add_subcommand("check", "Parse and compile a configuration; list problems");
    check->add_option("CONFIG", o.config, "Configuration file ('-': stdin)")->required();
@@ -504,12 +565,38 @@ int runRpolicy(int argc, const char* const* argv, std::istream& in, std::ostream
       if (test->parsed()) return cmdTest(o, io);
       return cmdGraph(o, io);
    } catch (const Failure& f) {
-      if (!f.message.empty()) err << "rpolicy: " << f.message << '\n';
+      // Messages may name a path or a word from the command line: shown as any message is.
+      if (!f.message.empty()) err << "rpolicy: " << text::printable(f.message) << '\n';
       return f.code;
    } catch (const std::exception& e) {
-      err << "rpolicy: " << e.what() << '\n';
+      err << "rpolicy: " << text::printable(e.what()) << '\n';
       return kUsage;
    }
+}
+
+// The exit code once the output is out. Results that did not all reach standard output are a
+// failure whatever the command found: exit 2, with the reason on standard error. So is a message
+// lost on standard error (a warning, the write failure itself), which the exit code alone can
+// still tell.
+int finish(int code, std::ostream& out, std::ostream& err) {
+   out.flush();
+   if (out.fail()) {
+      std::string reason;
+      if (const auto* fd = dynamic_cast<const FdOutBuf*>(out.rdbuf()); fd && fd->error() != 0) {
+         reason = std::string(": ") + std::strerror(fd->error());
+      }
+      err << "rpolicy: cannot write to standard output" << reason << "; the output is incomplete\n";
+      code = kUsage;
+   }
+   err.flush();
+   return err.fail() ? kUsage : code;
+}
+
+}  // namespace
+
+int runRpolicy(int argc, const char* const* argv, std::istream& in, std::ostream& out,
+               std::ostream& err) {
+   return finish(runCommand(argc, argv, in, out, err), out, err);
 }
 
 }  // namespace rpolicy
