@@ -307,6 +307,29 @@ TEST_F(RpolicyTest, CheckCountsErrorsAndWarnings) {
    EXPECT_EQ(rpolicy({"graph", bad}).code, 2);
 }
 
+// A call held back because it would close a cycle changes the answers, so every command that
+// applies the configuration says so, at the line of the call.
+TEST_F(RpolicyTest, BlockedCallsAreReportedByEveryCommand) {
+   const std::string conf = write("cycle.conf",
+                                  "route-map A permit 10\n"
+                                  "   sub-route-map B\n"
+                                  "route-map B deny 10\n"
+                                  "   match tag 5\n"
+                                  "route-map B permit 20\n"
+                                  "   sub-route-map A\n");
+   const std::string warning =
+       conf + ":6: warning: route-map B seq 20 is blocked: its sub-route-map calls form a cycle\n";
+   const Outcome c = rpolicy({"check", conf});
+   EXPECT_EQ(c.code, 0);
+   EXPECT_NE(c.out.find(warning), std::string::npos) << c.out;
+   const Outcome e = rpolicy({"eval", conf, "-", "--route-map", "A"}, "10.0.0.0/8 tag=5\n");
+   EXPECT_EQ(e.code, 0) << e.err;
+   EXPECT_EQ(e.err, warning);
+   EXPECT_EQ(e.out, "10.0.0.0/8 deny\n") << "B denies tag 5, and A calls B as compiled";
+   const Outcome sh = rpolicy({"show", conf});
+   EXPECT_EQ(sh.err, warning);
+}
+
 TEST_F(RpolicyTest, ShowPrintsWhatReadsBack) {
    using Routing::Policy::agent::parseConfigText;
    const Outcome r = rpolicy({"show", example("edge.conf")});

@@ -141,11 +141,31 @@ void printDiagnostics(std::vector<Diagnostic> found, std::ostream& os) {
    os << '\n';
 }
 
+// Sequences held back because their sub-route-map call would close a cycle, as warnings at the
+// sequence's line: they evaluate without the call, which whoever reads the answers must know.
+std::vector<Diagnostic> blockedWarnings(const PolicyAgent& agent, const std::string& path) {
+   std::vector<Diagnostic> out;
+   for (const BlockedSequence& b : agent.blockedSequences()) {
+      U32 line = 0;
+      if (auto rm = agent.document().routeMaps.find(b.routeMap);
+          rm != agent.document().routeMaps.end()) {
+         if (auto s = rm->second.seqs.find(b.seqno); s != rm->second.seqs.end()) {
+            line = s->second.subRouteMapLine != 0 ? s->second.subRouteMapLine : s->second.line;
+         }
+      }
+      out.push_back(Diagnostic{path, line, b.text(), true});
+   }
+   return out;
+}
+
 // Applies one configuration file; its warnings go to stderr, its errors end the command.
 void applyConfig(PolicyAgent& agent, const std::string& path, Io& io) {
    const ApplyResult r = agent.apply(readInput(path, io), path);
    std::vector<Diagnostic> found = r.errors;
    found.insert(found.end(), r.warnings.begin(), r.warnings.end());
+   if (r.ok()) {
+      for (Diagnostic& d : blockedWarnings(agent, path)) found.push_back(std::move(d));
+   }
    printDiagnostics(std::move(found), io.err);
    if (!r.ok()) throw Failure{kUsage, ""};
 }
@@ -275,15 +295,7 @@ int cmdCheck(const Options& o, Io& io) {
       for (const Reference& ref : agent.undefinedReferences()) {
          found.push_back(Diagnostic{o.config, ref.line, ref.text(), true});
       }
-      for (const BlockedSequence& b : agent.blockedSequences()) {
-         U32 line = 0;
-         if (auto rm = agent.document().routeMaps.find(b.routeMap);
-             rm != agent.document().routeMaps.end()) {
-            if (auto s = rm->second.seqs.find(b.seqno); s != rm->second.seqs.end())
-               line = s->second.line;
-         }
-         found.push_back(Diagnostic{o.config, line, b.text(), true});
-      }
+      for (Diagnostic& d : blockedWarnings(agent, o.config)) found.push_back(std::move(d));
    }
    // In line order, as a reader walks the file.
    std::stable_sort(found.begin(), found.end(),
