@@ -186,8 +186,8 @@ void IpAclConfigSm::publish(const Kel::Ptr<RouteMap::IpAccessListSymbol>& symbol
    ownClock_->timeIs(Kel::kNever);
    auto status = RouteMap::IpAccessListStatusIs(name_);
    status->trieIs(std::move(newTrie_));
-   status->maskRulesIs(std::move(newMaskRules_));
-   newMaskRules_.clear();
+   status->maskRulesIs(newMaskRules_);
+   newMaskRules_ = {};
    pset_ = nullptr;
    // The machine is idle before anybody hears of the new status: a reaction that changes the
    // list again starts a new build, which must not be undone here afterwards.

@@ -84,8 +84,9 @@ bool walkDecide(const RouteMap::ListStatus* status, const Nx::IpGenPrefix* prefi
 
 // Bit i set when mask rule i of the block covers the route prefix: its host bits all lie under
 // the rule's wildcard and its other bits equal the rule's source. Eight rules at a time with
-// SSE2 (part of every x86-64), which the compiler does not find by itself in this loop: a block
-// is two loads, four logical operations and a compare per four rules, and one branch per eight.
+// SSE2 (part of every x86-64), which the compiler does not find by itself in this loop: per four
+// rules two loads, three logical operations, a compare and a mask extraction, and one branch
+// per eight. A scalar loop over the same 256 rules took twice as long (docs/benchmarks.md).
 inline unsigned coverBits(const U32* source, const U32* care, U32 address, U32 hostMask) noexcept {
 #if defined(__SSE2__)
    const __m128i a = _mm_set1_epi32(static_cast<int>(address));
