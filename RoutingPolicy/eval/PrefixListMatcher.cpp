@@ -86,7 +86,8 @@ bool walkDecide(const RouteMap::ListStatus* status, const Nx::IpGenPrefix* prefi
 // the rule's wildcard and its other bits equal the rule's source. Eight rules at a time with
 // SSE2 (part of every x86-64), which the compiler does not find by itself in this loop: per four
 // rules two loads, three logical operations, a compare and a mask extraction, and one branch
-// per eight. A scalar loop over the same 256 rules took twice as long (docs/benchmarks.md).
+// per eight. The plain loop below, over the same 256 rules, takes twice as long and more
+// (docs/benchmarks.md).
 inline unsigned coverBits(const U32* source, const U32* care, U32 address, U32 hostMask) noexcept {
 #if defined(__SSE2__)
    const __m128i a = _mm_set1_epi32(static_cast<int>(address));
