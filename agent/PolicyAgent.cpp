@@ -300,8 +300,7 @@ ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
       for (const auto& [key, d] : doc.accessLists) {
          if (d.ipv6 != ipv6) continue;
          if (!typeConfig) {
-            // The type's configuration stays once made: removing it would leave its lists'
-            // symbols behind with their last tries.
+            // The type's configuration stays once made; lists come and go inside it.
             acls_->aclTypeConfigIs(Acl::Input::aclTypeConfigFactory(type));
             typeConfig = acls_->aclTypeConfig(type);
          }

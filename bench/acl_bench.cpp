@@ -8,6 +8,11 @@
 //
 // Building: an IpAclConfigSm compiles an access list of single-prefix rules on a real activity
 // manager and the monotonic clock, slice by slice, until it publishes.
+//
+// Wide wildcards: IpAccessListMatcher::match against access lists compiled by the real machine
+// from 10k single-prefix rules plus W rules whose scattered wildcards are kept as mask rules,
+// numbered before all the others so that every match tests every one of them; and the memory
+// of a list holding one rule of 2^k blocks, against what the same rule costs as trie entries.
 
 #include <benchmark/benchmark.h>
 
@@ -17,6 +22,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <map>
@@ -26,6 +32,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Acl/AclToPrefix.h"
 #include "Kel/Machine.h"
 #include "Routing/RouteMap/PrefixListEntry.h"
 #include "RoutingPolicy/acl/RoutingPolicyAcl.h"
@@ -213,6 +220,147 @@ void BM_AclBuild(benchmark::State& state) {
    state.counters["max_overrun_ms"] = maxOverrun * 1e3;
 }
 BENCHMARK(BM_AclBuild)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// ---- Wide wildcards ---------------------------------------------------------------------------
+
+struct BuiltAcl {
+   Kel::Ptr<Routing::RouteMap::IpAccessListStatus const> status;
+   double buildMs = 0;
+};
+
+// Compiles `cfg` with the real machine on a real activity manager, as an agent would.
+BuiltAcl buildAcl(const Kel::Ptr<Acl::AclSubConfig>& cfg) {
+   auto types = Acl::Input::aclTypeConfigFactory(Acl::AclType::ip);
+   auto acl = Acl::aclConfigFactory("BENCH");
+   acl->currCfgIs(cfg);
+   acl->versionIs(1);
+   types->aclIs(acl);
+   auto am = Kel::activityManagerFactory();
+   auto all = Routing::RouteMap::allIpAccessListSymbolFactory();
+   auto table = Routing::RouteMap::ipAccessListSymbolDedupTableFactory();
+   auto symbol = Routing::RouteMap::ipAccessListSymbolFactory("BENCH")->dedup(table);
+   all->symbolIs(symbol);
+   const double t0 = Kel::System::currentTime();
+   auto sm = ipAclConfigSmFactory("BENCH", types, all, table, acl, am);
+   while (symbol->version() == 0) am->runOnce();
+   return {symbol->status(), (Kel::System::currentTime() - t0) * 1e3};
+}
+
+// A scattered wildcard of `bits` don't-care bits anywhere in the address, its lowest bit clear so
+// that the rule is 2^bits single addresses.
+U32 scatteredWildcard(unsigned bits, std::mt19937_64& rng) {
+   U32 w = 0;
+   while (static_cast<unsigned>(std::popcount(w)) < bits) w |= U32{1} << (1 + rng() % 31);
+   return w;
+}
+
+struct WideFixture {
+   Kel::Ptr<IpAccessListMatcher const> matcher;
+   std::vector<IpGenPrefix> routes;
+   std::size_t maskRules = 0;
+};
+
+const WideFixture& wideFixture(std::size_t wide) {
+   static std::map<std::size_t, std::unique_ptr<WideFixture>> cache;
+   auto& f = cache[wide];
+   if (f) return *f;
+   f = std::make_unique<WideFixture>();
+   constexpr std::size_t kPrefixRules = 10000;
+   std::mt19937_64 rng(kPrefixRules);
+   auto cfg = Acl::aclSubConfigFactory(Acl::AclType::ip);
+   U64 id = 0;
+   for (std::size_t i = 0; i < wide; ++i) {
+      ++id;
+      const U32 w = scatteredWildcard(12 + static_cast<unsigned>(rng() % 13), rng);
+      cfg->ruleIdIs(static_cast<U32>(id), Acl::UniqueId(id));
+      cfg->ipRuleIs(
+          Acl::UniqueId(id),
+          Acl::IpRuleConfig(Acl::AclAction::deny,
+                            Acl::IpFilter(Nx::IpAddr(static_cast<U32>(rng())), Nx::IpAddr(w))));
+   }
+   const std::vector<IpGenPrefix> prefixes = randomPrefixes(kPrefixRules, rng);
+   for (const IpGenPrefix& p : prefixes) {
+      ++id;
+      cfg->ruleIdIs(static_cast<U32>(1000 + 10 * id), Acl::UniqueId(id));
+      cfg->ipRuleIs(Acl::UniqueId(id),
+                    Acl::IpRuleConfig(id % 3 == 0 ? Acl::AclAction::deny : Acl::AclAction::permit,
+                                      Acl::IpFilter::prefix(p)));
+   }
+   const BuiltAcl built = buildAcl(cfg);
+   f->maskRules = built.status->maskRules().size();
+   f->matcher = ipAccessListMatcherFactory("BENCH", built.status);
+   f->routes.reserve(kQueries);
+   for (std::size_t i = 0; i < kQueries; ++i) {
+      f->routes.push_back(rng() % 10 == 0 ? IpGenPrefix(Nx::IpAddr(static_cast<U32>(rng())), 24)
+                                          : routeIn(prefixes[rng() % prefixes.size()], rng));
+   }
+   return *f;
+}
+
+void BM_AclMatchWide(benchmark::State& state) {
+   const WideFixture& f = wideFixture(static_cast<std::size_t>(state.range(0)));
+   const Matcher& m = *f.matcher;
+   const Kel::Ptr<PolicyEvalContext> noContext;
+   MatchInput_ in;
+   std::size_t i = 0;
+   U64 permits = 0;
+   const U64 before = bench::allocationCount();
+   for (auto _ : state) {
+      in.prefixIs(f.routes[i++ & (kQueries - 1)]);
+      permits += m.match(&in, noContext);
+   }
+   state.counters["allocs_per_match"] = benchmark::Counter(
+       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
+   state.counters["permit_ratio"] =
+       static_cast<double>(permits) / static_cast<double>(state.iterations());
+   state.counters["mask_rules"] = static_cast<double>(f.maskRules);
+}
+BENCHMARK(BM_AclMatchWide)->Arg(0)->Arg(16)->Arg(256);
+
+// One rule of 2^k single addresses (k scattered wildcard bits) and a permit of everything after
+// it. bytes: the compiled list as published (trie and mask rules). bytes_as_trie: the same rule
+// expanded into trie entries, the only form it had before wide rules were kept whole; measured
+// up to 2^16 blocks, the most the converter expands.
+void BM_AclWideRuleMemory(benchmark::State& state) {
+   const unsigned k = static_cast<unsigned>(state.range(0));
+   std::mt19937_64 rng(k);
+   const Acl::IpRuleConfig rule(
+       Acl::AclAction::deny,
+       Acl::IpFilter(Nx::IpAddr(0u),
+                     Nx::IpAddr(k == 31 ? 0xfffffffeu : scatteredWildcard(k, rng))));
+   auto cfg = Acl::aclSubConfigFactory(Acl::AclType::ip);
+   cfg->ruleIdIs(10, Acl::UniqueId(1));
+   cfg->ipRuleIs(Acl::UniqueId(1), rule);
+   cfg->ruleIdIs(20, Acl::UniqueId(2));
+   cfg->ipRuleIs(Acl::UniqueId(2), Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter::any()));
+   BuiltAcl built;
+   for (auto _ : state) built = buildAcl(cfg);
+   state.counters["bytes"] = static_cast<double>(built.status->memoryBytes());
+   state.counters["mask_rules"] = static_cast<double>(built.status->maskRules().size());
+   state.counters["trie_entries"] = static_cast<double>(built.status->trie()->entries());
+   if (AclPrefix::AclToPrefix::rangeCount(rule.filter().sourceWildcard()) <=
+       AclPrefix::AclToPrefix::maxIntervals) {
+      AclPrefix::AclToPrefix conv;
+      conv.handleRule(rule, false);
+      const auto pset = Nx::ipGenPrefixSetFactory();
+      for (const auto& iv : conv.permittedPrefixes()) {
+         AclPrefix::AclToPrefix::ip4RangeToPrefixes(boost::icl::first(iv), boost::icl::last(iv),
+                                                    *pset);
+      }
+      auto trie = Routing::PatriciaTrieWithNodeDataIs("BENCH", Nx::AddressFamily::ipv4);
+      for (const IpGenPrefix& p : *pset) addIpAclEntryToTrie(trie, 10, p, Acl::MatchPermit::deny);
+      addIpAclEntryToTrie(trie, 20, IpGenPrefix::fromStrep("0.0.0.0/0"), Acl::MatchPermit::permit);
+      state.counters["bytes_as_trie"] = static_cast<double>(
+          trie->memoryBytes() + trie->entries() * sizeof(Routing::RouteMap::PrefixListEntryData));
+   }
+}
+BENCHMARK(BM_AclWideRuleMemory)
+    ->Arg(8)
+    ->Arg(9)
+    ->Arg(16)
+    ->Arg(31)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 }  // namespace
 

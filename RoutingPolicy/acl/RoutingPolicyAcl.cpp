@@ -1,5 +1,6 @@
 #include "RoutingPolicy/acl/RoutingPolicyAcl.h"
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -114,6 +115,7 @@ void IpAclConfigSm::handleIpAccessListVersion() {
    KTRACE(8, *this, "handleIpAccessListVersion version: " << ipAccessList_->version());
    bookmark_ = 0;
    newTrie_ = PatriciaTrieWithNodeDataIs(name_, af());
+   newMaskRules_.clear();
    if (ownClock_) ownClock_->timeIs(0);
 }
 
@@ -143,31 +145,28 @@ void IpAclConfigSm::processClock() {
             ownClock_->timeIs(0);
             return;
          }
-         Acl::AclAction action;
-         try {
-            if (v6) {
-               const Acl::Ip6RuleConfig rule = cfg->ip6Rule(it->second);
-               action = rule.action();
-               if (action == Acl::AclAction::remark) continue;
-               getIp6PfxFromRule(rule);
+         // The rule is split by size before any conversion, so the converter never meets a
+         // wildcard it would refuse and nothing unwinds the activity loop from here.
+         if (v6) {
+            const Acl::Ip6RuleConfig rule = cfg->ip6Rule(it->second);
+            if (rule.action() == Acl::AclAction::remark) continue;
+            getIp6PfxFromRule(rule);
+            addPrefixes(seqno, rule.action());
+         } else {
+            const Acl::IpRuleConfig rule = cfg->ipRule(it->second);
+            if (rule.action() == Acl::AclAction::remark) continue;
+            const Acl::IpFilter& f = rule.filter();
+            if (AclPrefix::AclToPrefix::rangeCount(f.sourceWildcard()) > maxTrieRangesPerRule) {
+               KTRACE(8, *this,
+                      "ACL: " << name_ << " seqno: " << seqno << " mask " << f.source() << " "
+                              << f.sourceWildcard());
+               newMaskRules_.push_back({seqno, f.source().value(), f.sourceWildcard().value(),
+                                        rule.action() == Acl::AclAction::permit});
+               pset_ = nullptr;
             } else {
-               const Acl::IpRuleConfig rule = cfg->ipRule(it->second);
-               action = rule.action();
-               if (action == Acl::AclAction::remark) continue;
                getIpPfxFromRule(rule);
+               addPrefixes(seqno, rule.action());
             }
-         } catch (const Kel::RangeException& e) {
-            // The converter refuses wildcards that would flood the trie. Throwing on from a
-            // clock firing would unwind the activity loop; the rule is left out instead.
-            KTRACE(5, *this, "ACL: " << name_ << " seqno: " << seqno << " skipped: " << e.what());
-            pset_ = nullptr;
-            ++processed;
-            continue;
-         }
-         const Acl::MatchPermit permit =
-             action == Acl::AclAction::permit ? Acl::MatchPermit::permit : Acl::MatchPermit::deny;
-         for (const Nx::IpGenPrefix& prefix : *pset_) {
-            addIpAclEntryToTrie(newTrie_, seqno, prefix, permit);
          }
          ++processed;
       }
@@ -175,11 +174,20 @@ void IpAclConfigSm::processClock() {
    publish(symbol);
 }
 
+void IpAclConfigSm::addPrefixes(U32 seqno, Acl::AclAction action) {
+   const Acl::MatchPermit permit =
+       action == Acl::AclAction::permit ? Acl::MatchPermit::permit : Acl::MatchPermit::deny;
+   for (const Nx::IpGenPrefix& prefix : *pset_)
+      addIpAclEntryToTrie(newTrie_, seqno, prefix, permit);
+}
+
 void IpAclConfigSm::publish(const Kel::Ptr<RouteMap::IpAccessListSymbol>& symbol) {
    bookmark_ = 0;
    ownClock_->timeIs(Kel::kNever);
    auto status = RouteMap::IpAccessListStatusIs(name_);
    status->trieIs(std::move(newTrie_));
+   status->maskRulesIs(newMaskRules_);
+   newMaskRules_ = {};
    pset_ = nullptr;
    // The machine is idle before anybody hears of the new status: a reaction that changes the
    // list again starts a new build, which must not be undone here afterwards.
@@ -261,13 +269,30 @@ void IpAclTypeConfigSm::handleIpAccessList(const Kel::String& name) {
       KTRACE(8, *this, " ignoring ipAccess-list: " << name);
       return;
    }
+   removeIpAccessList(name);
+}
+
+void IpAclTypeConfigSm::removeIpAccessList(const Kel::String& name) {
+   KTRACE(8, *this, "removeIpAccessList " << name);
    if (const Kel::Ptr<RouteMap::IpAccessListSymbol> symbol = allIpAclSymbol_->symbol(name)) {
-      // Holders that react to the bump must find the list undefined, not its last trie.
+      // Holders that react to the bump must find the list undefined, not its last trie: a
+      // removed list matches nothing, as a removed prefix list does.
       symbol->statusIs(nullptr);
       symbol->versionInc();
       allIpAclSymbol_->symbolDel(name);
    }
    ipAccessListConfigSmDel(name);
+}
+
+void IpAclTypeConfigSm::removeIpAccessListsNotIn(const Acl::Input::AclTypeConfig* next) {
+   std::vector<Kel::String> gone;
+   for (const auto& [name, sm] : ipAccessListConfigSm_.container()) {
+      if (next == nullptr || !next->aclHas(name)) gone.push_back(name);
+   }
+   std::sort(gone.begin(), gone.end());  // the machines are hashed; holders hear in name order
+   // The bumps run reactions elsewhere; this machine stays until they are all told.
+   const Kel::Ptr<IpAclTypeConfigSm> self(refCount() > 0 ? this : nullptr);
+   for (const Kel::String& name : gone) removeIpAccessList(name);
 }
 
 void IpAclTypeConfigSm::addIpAccessList(const Kel::String& name,
@@ -367,11 +392,16 @@ void AclConfigSm::handleConfig(Acl::AclType type) {
    if (!followedType(type)) return;
    if (!ipAclToggleEnabled()) return;
    const Kel::Ptr<Acl::Input::AclTypeConfig const> config = aclConfig_->aclTypeConfig(type);
+   const Kel::Ptr<IpAclTypeConfigSm> current = ipConfigSm_.get(type);
+   if (current && current->ipConfig() == config) return;
+   // Lists that leave with the type's configuration are removed one by one first, so their
+   // symbols stop answering with the last trie. Lists the new configuration keeps hold their
+   // symbol and status until their new machine publishes.
+   if (current) current->removeIpAccessListsNotIn(config.get());
    if (!config) {
       ipConfigSmDel(type);
       return;
    }
-   if (const auto sm = ipConfigSm_.get(type); sm && sm->ipConfig() == config) return;
    ipConfigSmIs(type, ipAclTypeConfigSmFactory(config, allIpAclSymbol_, ipAclSymbolTable_,
                                                activityManager_));
 }

@@ -7,13 +7,17 @@
 // A trie holds one PrefixListEntryData per prefix of every permit or deny rule, under the rule's
 // own sequence number, admitting every route prefix length from the prefix's own to the family's
 // full length. Overlapping rules all stay in the trie; the access-list matcher picks the lowest
-// sequence number among the entries that cover a route, which is first-match order.
+// sequence number among the entries that cover a route, which is first-match order. An IPv4 rule
+// whose wildcard would cut its addresses into more than maxTrieRangesPerRule blocks goes into
+// the status beside the trie as its source and wildcard (RouteMap::AclMaskRule) instead, and the
+// matcher takes the lowest sequence number over both. No rule is ever left out.
 //
 // Everything runs on the agent's activity thread. Matchers on other threads only ever see
 // published statuses, which are complete and never change again.
 
 #include <map>
 #include <unordered_map>
+#include <vector>
 
 #include "Acl/AclConfig.h"
 #include "Acl/MatchPermit.h"
@@ -21,6 +25,7 @@
 #include "Nx/IpGenPrefixSet.h"
 #include "Orb/BaseOutputSm.h"
 #include "Routing/PatriciaTrie.h"
+#include "Routing/RouteMap/ListStatus.h"
 #include "Routing/RouteMap/PolicySymbol.h"
 
 namespace Routing::Policy {
@@ -41,6 +46,12 @@ void addIpAclEntryToTrie(const Kel::Ptr<PatriciaTrieWithNodeData>& trie, U32 seq
 // work of the loop runs first. Only a finished trie is published.
 class IpAclConfigSm : public Orb::BaseOutputSm {
 public:
+   // Beyond this many blocks an IPv4 rule is kept as a mask rule. Up to it, a rule costs at most
+   // this many trie entries (about 25 kB) and nothing per match; past it, 16 bytes and a mask
+   // test in every match that gets as far as its sequence number. 256 keeps a wildcard octet
+   // (x.y.*.z, 256 blocks) in the trie.
+   static constexpr U64 maxTrieRangesPerRule = 256;
+
    IpAclConfigSm(Kel::String name, Kel::Ptr<Acl::Input::AclTypeConfig const> ipConfig,
                  Kel::Ptr<RouteMap::AllIpAccessListSymbol> allIpAclSymbol,
                  Kel::Ptr<RouteMap::IpAccessListSymbolDedupTable const> ipAclSymbolTable,
@@ -69,6 +80,8 @@ public:
    // The trie under construction; null while no build is in progress.
    const Kel::Ptr<PatriciaTrieWithNodeData>& newTrie() const { return newTrie_; }
    const Kel::Ptr<Nx::IpGenPrefixSet>& pset() const { return pset_; }
+   // The mask rules of the build in progress, in sequence order; published with the trie.
+   const std::vector<RouteMap::AclMaskRule>& newMaskRules() const { return newMaskRules_; }
    // True once the machine has taken its clock and looked at its list. Hides
    // Kel::Machine::initialized(), which turns true before that happens.
    bool initialized() const { return initialized_; }
@@ -101,6 +114,8 @@ private:
       void handleTime() override { owner->processClock(); }
    };
 
+   // The prefixes of pset into the new trie under the rule's sequence number and sense.
+   void addPrefixes(U32 seqno, Acl::AclAction action);
    void publish(const Kel::Ptr<RouteMap::IpAccessListSymbol>& symbol);
 
    const Kel::String name_;
@@ -116,6 +131,7 @@ private:
    Kel::Seconds clockQuantum_ = 0.01;
    Kel::Ptr<PatriciaTrieWithNodeData> newTrie_;
    Kel::Ptr<Nx::IpGenPrefixSet> pset_;
+   std::vector<RouteMap::AclMaskRule> newMaskRules_;
    bool initialized_ = false;
    AclReactor aclReactor_;
    ClockReactor clockReactor_;
@@ -171,6 +187,13 @@ public:
    void handleIpAccessList();
    void handleIpAccessList(const Kel::String& name);
    void addIpAccessList(const Kel::String& name, const Kel::Ptr<Acl::AclConfig const>& acl);
+   // Stops following `name`: its symbol is given a null status and a version bump (so route
+   // maps that match on it match nothing), then leaves allIpAclSymbol, and the list's machine
+   // is destroyed.
+   void removeIpAccessList(const Kel::String& name);
+   // removeIpAccessList for every followed list that `next` does not hold, all of them when it
+   // is null: for a type configuration that is removed or replaced.
+   void removeIpAccessListsNotIn(const Acl::Input::AclTypeConfig* next);
 
    void formatDerivedType(std::ostream& os) const override;
 

@@ -4,7 +4,10 @@
 // matches when, among the entries on all trie nodes covering the looked-up prefix that admit its
 // length (the first such entry of each node's chain), the one with the lowest sequence number is
 // a permit entry. An address no entry covers is denied, as is any address while the list is
-// undefined (null status) or of the other family.
+// undefined (null status) or of the other family. An access list may also hold IPv4 rules as
+// source and wildcard beside its trie (RouteMap::AclMaskRule, for wildcards too scattered to
+// expand): they compete with the trie's entries by sequence number, so the access-list matcher's
+// answer is the lowest-numbered rule over both that covers every address of the route's prefix.
 //
 // The matchers walk the trie inline over the digests the trie keeps of each node's first entry,
 // with the walk's state on the stack: a node whose chain holds one entry is decided without
@@ -31,6 +34,7 @@ public:
                          const Kel::Ptr<PrefixData const>& data) override;
 };
 
+// Sees trie nodes only: an access list's mask rules are decided by IpAccessListMatcher.
 class IpAccessListWalkerCb final : public PatriciaTrieWalkCb, public Kel::RefCounted {
 public:
    void handlePrefixData(const Nx::IpGenPrefix& prefix,

@@ -28,6 +28,13 @@ AclToPrefix::AclToPrefix() {
    universe_ += Ip4Interval::closed(0, kTop);
 }
 
+U64 AclToPrefix::rangeCount(Nx::IpAddr wildcard) noexcept {
+   const U32 w = wildcard.value();
+   const int trailing = std::countr_one(w);
+   if (trailing == 32) return 1;
+   return U64{1} << std::popcount(w & ~((U32{1} << trailing) - 1));
+}
+
 void AclToPrefix::handleRule(const Acl::IpRuleConfig& rule, bool excludeMulticast) {
    permittedPrefixes_.clear();
    const Acl::AclAction action = rule.action();
@@ -43,7 +50,7 @@ void AclToPrefix::handleRule(const Acl::IpRuleConfig& rule, bool excludeMulticas
       // other wildcard bit doubles the number of ranges. Bit `trailing` is fixed, so no two
       // ranges touch and each is added separately.
       const U32 spread = wildcard & ~((U32{1} << trailing) - 1);
-      const U64 ranges = U64{1} << std::popcount(spread);
+      const U64 ranges = rangeCount(rule.filter().sourceWildcard());
       if (ranges > maxIntervals) {
          throw Kel::RangeException("AclToPrefix::handleRule wildcard " +
                                    Nx::IpAddr(wildcard).toStrep() + " makes " +

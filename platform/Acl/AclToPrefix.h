@@ -24,9 +24,14 @@ using Ip4Interval = Ip4IntervalSet::interval_type;
 class AclToPrefix {
 public:
    // A non-contiguous wildcard matches one range per combination of its wildcard bits above the
-   // trailing run, so 17 such bits already mean 131072 ranges and as many trie entries. Rules
-   // beyond this many ranges are refused rather than allowed to flood the compiler.
+   // trailing run, so 17 such bits already mean 131072 ranges. An interval set of a rule beyond
+   // this many ranges is refused rather than built: a caller that must honour any wildcard asks
+   // rangeCount first and keeps a wide rule as its address and mask instead.
    static constexpr std::size_t maxIntervals = 65536;
+
+   // How many disjoint address ranges handleRule makes of a permit or deny rule with this
+   // wildcard: 1 for a contiguous mask, 2^k for k wildcard bits above the trailing run of ones.
+   static U64 rangeCount(Nx::IpAddr wildcard) noexcept;
 
    // Starts with both multicast sets at 224.0.0.0/4 and the universe at every address.
    AclToPrefix();

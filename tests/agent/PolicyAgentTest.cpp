@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Routing/RouteMap/Options.h"
+#include "tests/RoutingPolicy/acl/AclWildcardModel.h"
 
 namespace {
 
@@ -162,6 +163,82 @@ TEST_F(PolicyAgentTest, RemovedRouteMapsAndListsLeaveTheEntities) {
    EXPECT_FALSE(agent_.prefixListConfig()->prefixListHas(Nx::AddressFamily::ipv4, "CUSTOMERS"));
    EXPECT_FALSE(agent_.routeMapStatus("EDGE"));
    EXPECT_TRUE(agent_.accessListConfig()->aclTypeConfig(Acl::AclType::ip)->acls().empty());
+}
+
+// A route map that matches on a list that is then deleted sees an undefined list, which matches
+// nothing, whichever kind of list it is; defined again, the list answers again.
+TEST(PolicyAgentListDeletionTest, DeletedListsMatchNothingUntilDefinedAgain) {
+   const struct {
+      const char* kind;
+      const char* list;
+   } kinds[] = {
+       {"prefix-list", "ip prefix-list L seq 10 permit 10.0.0.0/8 le 32\n"},
+       {"access-list", "ip access-list L\n   10 permit 10.0.0.0 0.255.255.255\n"},
+   };
+   for (const auto& k : kinds) {
+      const std::string maps = std::string("route-map RM deny 10\n   match ip address ") + k.kind +
+                               " L\nroute-map RM permit 20\n   set tag 2\n";
+      PolicyAgent agent;
+      const auto list = agent.statusList({{RmPrecedence::rmBased, "RM"}});
+      const auto verdictOf = [&] {
+         return verdict(PolicyEvaluator(list).evaluate(route("10.1.0.0/16")));
+      };
+      ASSERT_TRUE(agent.apply(k.list + maps, "with").ok());
+      EXPECT_EQ(verdictOf(), "deny") << k.kind;
+      ASSERT_TRUE(agent.apply(maps, "without").ok());
+      EXPECT_EQ(verdictOf(), "permit tag=2 pref=0") << k.kind << " deleted";
+      ASSERT_TRUE(agent.apply(k.list + maps, "again").ok());
+      EXPECT_EQ(verdictOf(), "deny") << k.kind << " defined again";
+   }
+}
+
+// A wildcard that scatters 17 don't-care bits (131072 blocks) is decided like any other rule.
+TEST(PolicyAgentWildcardTest, WideWildcardRuleDecidesInItsTurn) {
+   PolicyAgent agent;
+   ASSERT_TRUE(agent
+                   .apply(R"(ip access-list W
+   10 deny 0.0.0.0 1.255.255.0
+   20 permit any
+route-map RM permit 10
+   match ip address access-list W
+   set tag 1
+route-map RM permit 20
+   set tag 2
+)",
+                          "wide.conf")
+                   .ok());
+   const auto list = agent.statusList({{RmPrecedence::rmBased, "RM"}});
+   for (const auto& [prefix, want] : {std::pair{"0.5.5.0/32", "permit tag=2 pref=0"},
+                                      std::pair{"1.200.3.0/32", "permit tag=2 pref=0"},
+                                      std::pair{"0.5.5.1/32", "permit tag=1 pref=0"},
+                                      std::pair{"2.5.5.0/32", "permit tag=1 pref=0"},
+                                      std::pair{"0.5.5.0/24", "permit tag=1 pref=0"}}) {
+      EXPECT_EQ(verdict(PolicyEvaluator(list).evaluate(route(prefix))), want) << prefix;
+   }
+}
+
+// Random access lists of scattered wildcards, written as configuration text and applied one
+// after another to one agent, answer as first match over every address of the route.
+TEST(PolicyAgentWildcardTest, TextListsDecideAsFirstMatchOverEveryAddress) {
+   PolicyAgent agent;
+   const auto list = agent.statusList({{RmPrecedence::rmBased, "RM"}});
+   acl_model::Generator gen(7);
+   for (int listNo = 0; listNo < 40; ++listNo) {
+      const std::vector<acl_model::Rule> rules = gen.rules();
+      const std::string text = "ip access-list W\n" + acl_model::describe(rules) +
+                               "route-map RM permit 10\n   match ip address access-list W\n";
+      const ApplyResult r = agent.apply(text, "random.conf");
+      ASSERT_TRUE(r.ok()) << (r.errors.empty() ? "" : r.errors[0].text()) << "\n" << text;
+      for (int i = 0; i < 100; ++i) {
+         const acl_model::Route rt = gen.route(rules);
+         const acl_model::Rule* first = acl_model::firstMatch(rules, rt);
+         MatchInput_ in;
+         in.prefixIs(Nx::IpGenPrefix(Nx::IpAddr(rt.address), rt.len));
+         ASSERT_EQ(PolicyEvaluator(list).evaluate(in).permit, first != nullptr && first->permit)
+             << in.prefix() << "\n"
+             << text;
+      }
+   }
 }
 
 TEST(PolicyAgentCheckTest, ReportsUndefinedReferencesAndBlockedCycles) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -14,6 +15,7 @@
 #include "RoutingPolicy/eval/PrefixListMatcher.h"
 #include "RoutingPolicy/status/PolicyEvalContext.h"
 #include "Toggle/Toggle.h"
+#include "tests/RoutingPolicy/acl/AclWildcardModel.h"
 
 namespace {
 
@@ -343,25 +345,160 @@ TEST_F(PolicyAclTest, Ipv6ListStartsWithAnIpv4EmptyTrieThenPublishesItsOwnFamily
    EXPECT_EQ(entries(trie)[0].maxLen, 128u);
 }
 
+Acl::IpRuleConfig masked(AclAction action, const char* source, const char* wildcard) {
+   return {action, Acl::IpFilter(Nx::IpAddr::fromStrep(source), Nx::IpAddr::fromStrep(wildcard))};
+}
+
 TEST_F(PolicyAclTest, RulesBecomeEveryPrefixTheyCoverAndOverlapsAreKept) {
-   Kel::Trace::levelIs("RoutingPolicyAcl", 5);
-   const Acl::IpRuleConfig twoRanges(
-       AclAction::deny, Acl::IpFilter(Nx::IpAddr(10, 0, 0, 0), Nx::IpAddr(0, 1, 0, 3)));
-   const Acl::IpRuleConfig tooManyRanges(
-       AclAction::deny, Acl::IpFilter(Nx::IpAddr(0, 0, 0, 0), Nx::IpAddr(1, 255, 255, 0)));
    list("A", ipSnapshot({{10, permit("10.0.0.0/8")},
                          {20, deny("10.0.0.0/8")},
-                         {30, twoRanges},
-                         {40, tooManyRanges},
+                         {30, masked(AclAction::deny, "10.0.0.0", "0.1.0.3")},
                          {50, {AclAction::permit, Acl::IpFilter::any()}}}));
    start();
    am_->runUntilIdle();
-   const auto trie = symbol("A")->status()->trie();
-   EXPECT_EQ(entries(trie), (std::vector<GenPrefixEntry>{
-                                entry(50, "0.0.0.0/0", true), entry(10, "10.0.0.0/8", true),
-                                entry(20, "10.0.0.0/8", false), entry(30, "10.0.0.0/30", false),
-                                entry(30, "10.1.0.0/30", false)}));
-   EXPECT_TRUE(traced("ACL: A seqno: 40 skipped: "));
+   const auto status = symbol("A")->status();
+   EXPECT_EQ(
+       entries(status->trie()),
+       (std::vector<GenPrefixEntry>{entry(50, "0.0.0.0/0", true), entry(10, "10.0.0.0/8", true),
+                                    entry(20, "10.0.0.0/8", false), entry(30, "10.0.0.0/30", false),
+                                    entry(30, "10.1.0.0/30", false)}));
+   EXPECT_TRUE(status->maskRules().empty());
+}
+
+// Up to maxTrieRangesPerRule blocks a rule is trie entries; one wildcard bit more and it is kept
+// whole as a mask rule, whatever its width, and still decides by its sequence number.
+TEST_F(PolicyAclTest, WideWildcardsAreKeptAsMaskRulesAndDecideInSequence) {
+   static_assert(IpAclConfigSm::maxTrieRangesPerRule == 256);
+   list("A", ipSnapshot({{5, masked(AclAction::permit, "1.0.0.0", "0.255.0.0")},  // 256 hosts
+                         {10, masked(AclAction::deny, "0.0.0.0", "1.255.255.0")},
+                         {15, remark()},
+                         {20, masked(AclAction::permit, "11.0.0.0", "0.255.1.0")},  // 512 hosts
+                         {30, masked(AclAction::deny, "0.0.0.0", "255.255.255.254")},
+                         {40, {AclAction::permit, Acl::IpFilter::any()}}}));
+   start();
+   machine("A")->clockQuantumIs(0);  // a slice per rule: mask rules gather across slices
+   EXPECT_EQ(am_->runUntilIdle(), 5u);
+   const auto status = symbol("A")->status();
+   const std::vector<GenPrefixEntry> trieEntries = entries(status->trie());
+   ASSERT_EQ(trieEntries.size(), 257u);
+   EXPECT_EQ(std::count_if(trieEntries.begin(), trieEntries.end(),
+                           [](const GenPrefixEntry& e) { return e.seqno == 5 && e.permit; }),
+             256);
+   using Routing::RouteMap::AclMaskRule;
+   EXPECT_EQ(status->maskRules(), (std::vector<AclMaskRule>{{10, 0x00000000, 0x01ffff00, false},
+                                                            {20, 0x0b000000, 0x00ff0100, true},
+                                                            {30, 0x00000000, 0xfffffffe, false}}));
+
+   const auto m = ipAccessListMatcherFactory("A", status);
+   const struct {
+      const char* route;
+      bool permit;
+   } cases[] = {
+       {"0.5.5.0/32", false},     // mask rule 10 before trie rule 40
+       {"1.200.3.0/32", false},   // rule 10: the first octet may be 0 or 1
+       {"1.7.0.0/32", true},      // trie rule 5 before mask rule 10
+       {"1.7.1.0/32", false},     // not rule 5's: rule 10
+       {"2.5.5.0/32", false},     // not rule 10's: mask rule 30 (even addresses)
+       {"11.3.1.0/32", true},     // mask rule 20 before mask rule 30
+       {"11.3.2.0/32", false},    // the third octet's other bits are fixed: rule 30
+       {"11.3.1.0/31", true},     // rules 20 and 30 miss 11.3.1.1: rule 40
+       {"0.5.5.0/24", true},      // rule 10 wants .0 hosts only, so not the whole /24: rule 40
+       {"0.0.0.0/0", true},       // rule 40 alone holds everything
+       {"2001:db8::/32", false},  // the other family: no trie node, no mask rule
+   };
+   for (const auto& c : cases) {
+      MatchInput_ in;
+      in.prefixIs(pfx(c.route));
+      EXPECT_EQ(m->matchForTest(in, nullptr), c.permit) << c.route;
+   }
+}
+
+// Mask rules are tested eight at a time; the ninth is alone in its block beside seven unused
+// lanes, which must never be taken for rules (they would permit 0.0.0.0/32).
+TEST_F(PolicyAclTest, MaskRulesPastTheFirstBlockDecideAndThePaddingNeverDoes) {
+   Rules rules;
+   for (U32 i = 1; i <= 9; ++i) {
+      // Even addresses of 10.i.0.0/16 scattered over 2^15 blocks.
+      const std::string source = "10." + std::to_string(i) + ".0.0";
+      rules.emplace_back(i, masked(i % 2 == 0 ? AclAction::deny : AclAction::permit, source.c_str(),
+                                   "0.0.255.254"));
+   }
+   list("A", ipSnapshot(rules));
+   start();
+   am_->runUntilIdle();
+   const auto status = symbol("A")->status();
+   ASSERT_EQ(status->maskColumns().size(), 9u);
+   const auto m = ipAccessListMatcherFactory("A", status);
+   for (const auto& [route, want] :
+        {std::pair{"10.9.3.4/32", true}, std::pair{"10.9.3.5/32", false},
+         std::pair{"10.8.3.4/32", false}, std::pair{"10.1.0.0/31", false},
+         std::pair{"10.1.0.0/32", true}, std::pair{"0.0.0.0/32", false}}) {
+      MatchInput_ in;
+      in.prefixIs(pfx(route));
+      EXPECT_EQ(m->matchForTest(in, nullptr), want) << route;
+   }
+}
+
+Rules modelRules(const std::vector<acl_model::Rule>& rules) {
+   Rules out;
+   for (const acl_model::Rule& r : rules) {
+      // A remark under the same number would replace the rule; one below it takes a free one.
+      if (r.seqno % 3 == 0 && (out.empty() || out.back().first < r.seqno - 1)) {
+         out.emplace_back(r.seqno - 1, remark());
+      }
+      out.emplace_back(
+          r.seqno, Acl::IpRuleConfig(r.permit ? AclAction::permit : AclAction::deny,
+                                     Acl::IpFilter(Nx::IpAddr(r.source), Nx::IpAddr(r.wildcard))));
+   }
+   return out;
+}
+
+// Random lists of scattered wildcards, built slice by slice by the real machines, must answer
+// every route as first match over the rules' address sets does. Each list replaces the last one
+// in the same access list, after a build of another random list was started and abandoned.
+TEST_F(PolicyAclTest, WildcardListsDecideAsFirstMatchOverEveryAddress) {
+   const auto acl = list("W", ipSnapshot({}));
+   start();
+   machine("W")->clockQuantumIs(0);
+   am_->runUntilIdle();
+   acl_model::Generator gen(20240614);
+   std::size_t byMask = 0, byTrie = 0, unmatched = 0, permits = 0, routes = 0;
+   for (int listNo = 0; listNo < 150; ++listNo) {
+      change(*acl, ipSnapshot(modelRules(gen.rules())));
+      am_->runOnce();  // part of a build that the next change abandons
+      const std::vector<acl_model::Rule> rules = gen.rules();
+      change(*acl, ipSnapshot(modelRules(rules)));
+      am_->runUntilIdle();
+      const auto status = symbol("W")->status();
+      const auto m = ipAccessListMatcherFactory("W", status);
+      for (int i = 0; i < 150; ++i) {
+         const acl_model::Route r = gen.route(rules);
+         const acl_model::Rule* first = acl_model::firstMatch(rules, r);
+         MatchInput_ in;
+         in.prefixIs(IpGenPrefix(Nx::IpAddr(r.address), r.len));
+         const bool want = first != nullptr && first->permit;
+         ASSERT_EQ(m->matchForTest(in, nullptr), want)
+             << in.prefix() << " first match "
+             << (first ? std::to_string(first->seqno) : std::string("none")) << " in\n"
+             << acl_model::describe(rules);
+         ++routes;
+         permits += want;
+         if (first == nullptr) {
+            ++unmatched;
+         } else if (const auto& mask = status->maskColumns(); std::binary_search(
+                        mask.seqno.begin(), mask.seqno.begin() + mask.size(), first->seqno)) {
+            ++byMask;
+         } else {
+            ++byTrie;
+         }
+      }
+   }
+   // The routes must exercise every kind of answer, or the comparison proves little.
+   EXPECT_GT(byMask, routes / 10);
+   EXPECT_GT(byTrie, routes / 10);
+   EXPECT_GT(unmatched, routes / 20);
+   EXPECT_GT(permits, routes / 5);
+   EXPECT_LT(permits, routes - routes / 5);
 }
 
 TEST_F(PolicyAclTest, ReservedListAndUnfollowedTypesAreIgnored) {
@@ -385,22 +522,49 @@ TEST_F(PolicyAclTest, ReservedListAndUnfollowedTypesAreIgnored) {
    EXPECT_EQ(table_->size(), 1u);
 }
 
-TEST_F(PolicyAclTest, TypeMachinesFollowTheirConfigurationObject) {
-   list("A", ipSnapshot({}));
+// Lists that leave with their type's configuration are removed like lists deleted one by one:
+// their symbols must not go on answering with the last trie.
+TEST_F(PolicyAclTest, TypeMachinesFollowTheirConfigurationObjectAndTakeTheirListsAlong) {
+   list("A", ipSnapshot({{10, permit("10.0.0.0/8")}}));
+   const auto listB = list("B", ipSnapshot({{10, permit("11.0.0.0/8")}}));
    start();
-   ASSERT_TRUE(sm_->ipConfigSm(AclType::ip));
-   EXPECT_EQ(am_->clockCount(), 1u);
+   am_->runUntilIdle();
+   const auto a = symbol("A");
+   const auto b = symbol("B");
+   const U32 va = a->version();
+   const U32 vb = b->version();
+   const auto bStatus = b->status();
+
+   // A new configuration object for the type that keeps B and drops A.
+   auto next = Acl::Input::aclTypeConfigFactory(AclType::ip);
+   next->aclIs(listB);
+   root_->aclTypeConfigIs(next);
+   EXPECT_FALSE(all_->symbolHas("A"));
+   EXPECT_FALSE(a->status());
+   EXPECT_EQ(a->version(), va + 1);
+   EXPECT_EQ(symbol("B"), b);
+   EXPECT_EQ(b->status(), bStatus) << "B answers as before until its new build is published";
+   EXPECT_EQ(am_->runUntilIdle(), 1u);
+   EXPECT_EQ(b->version(), vb + 1);
+   EXPECT_EQ(entries(b->status()->trie()),
+             (std::vector<GenPrefixEntry>{entry(10, "11.0.0.0/8", true)}));
 
    root_->aclTypeConfigDel(AclType::ip);
    EXPECT_FALSE(sm_->ipConfigSmHas(AclType::ip));
    EXPECT_EQ(am_->clockCount(), 0u) << "the list machines went with their type machine";
+   EXPECT_FALSE(all_->symbolHas("B"));
+   EXPECT_FALSE(b->status());
+   EXPECT_EQ(b->version(), vb + 2);
+   EXPECT_EQ(a->version(), va + 1);
 
    list("B", ipSnapshot({{10, permit("10.0.0.0/8")}}));
    ASSERT_TRUE(sm_->ipConfigSm(AclType::ip));
    EXPECT_TRUE(machine("B"));
    EXPECT_FALSE(machine("A"));
    am_->runUntilIdle();
-   EXPECT_EQ(symbol("B")->status()->trie()->entries(), 1u);
+   EXPECT_EQ(symbol("B"), b) << "the route maps' symbol, found again through the table";
+   EXPECT_EQ(entries(b->status()->trie()),
+             (std::vector<GenPrefixEntry>{entry(10, "10.0.0.0/8", true)}));
 }
 
 // The in-place constructor path: the same arguments keep the machine, a different one is refused.

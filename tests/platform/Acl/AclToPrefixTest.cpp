@@ -148,6 +148,37 @@ TEST(AclIp4ConverterTest, WildcardRangesAreCappedAndARefusedRuleLeavesNothing) {
    EXPECT_TRUE(conv.permittedPrefixes().empty());
 }
 
+// Callers decide from rangeCount whether to ask for the interval set at all, so it must count
+// exactly the ranges handleRule makes, and keep counting past the cap without overflowing.
+TEST(AclIp4ConverterTest, RangeCountIsTheNumberOfRangesARuleMakes) {
+   const struct {
+      const char* wildcard;
+      U64 ranges;
+   } cases[] = {
+       {"0.0.0.0", 1},
+       {"0.0.0.255", 1},
+       {"255.255.255.255", 1},
+       {"0.1.0.3", 2},
+       {"128.0.0.0", 2},
+       {"0.0.254.255", 128},
+       {"0.255.0.0", 256},
+       {"0.255.1.0", 512},
+       {"0.255.255.0", 65536},
+       {"1.255.255.0", 131072},
+       {"255.255.255.254", U64{1} << 31},
+       {"254.255.255.255", 128},
+       {"127.255.255.255", 1},
+   };
+   for (const auto& c : cases) {
+      const Nx::IpAddr w = Nx::IpAddr::fromStrep(c.wildcard);
+      EXPECT_EQ(AclPrefix::AclToPrefix::rangeCount(w), c.ranges) << c.wildcard;
+      if (c.ranges > AclPrefix::AclToPrefix::maxIntervals) continue;
+      AclPrefix::AclToPrefix conv;
+      conv.handleRule(ipRule(deny, "10.0.0.0", c.wildcard), false);
+      EXPECT_EQ(conv.permittedPrefixes().iterative_size(), c.ranges) << c.wildcard;
+   }
+}
+
 TEST(AclIp6ConverterTest, PrefixesMatchTheseAddresses) {
    const std::string top = "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff";
    const struct {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kel/Exception.h"
+#include "Routing/RouteMap/ListStatus.h"
 
 namespace {
 
@@ -127,6 +128,29 @@ TEST(RouteMapPolicySymbolTest, AllIpAccessListSymbolKeysByNameAndRefusesNull) {
    std::sort(r.heard.begin(), r.heard.end());
    EXPECT_EQ(r.heard, (std::vector<std::string>{"A", "A", "A", "B", "B"}));
    EXPECT_EQ(all->symbols().size(), 0u);
+}
+
+// Matchers stop at the first mask rule numbered past the trie's answer, so a status must never
+// hold them out of order, nor the same number twice.
+TEST(RouteMapPolicySymbolTest, AccessListStatusRefusesMaskRulesOutOfSequence) {
+   auto status = IpAccessListStatusIs("A");
+   status->trieIs(Routing::PatriciaTrieWithNodeDataIs("A", Nx::AddressFamily::ipv4));
+   const std::size_t trieOnly = status->memoryBytes();
+   status->maskRulesIs({{10, 0, 0x01ffff00, false}, {20, 0x0b000000, 0x00ff0100, true}});
+   // Four columns padded to a block of eight lanes.
+   EXPECT_GE(status->memoryBytes(), trieOnly + 8 * (3 * 4 + 1));
+   EXPECT_LE(status->memoryBytes(), trieOnly + 256);
+   for (const std::vector<AclMaskRule>& bad :
+        {std::vector<AclMaskRule>{{20, 0, 0xff, true}, {10, 0, 0xff, true}},
+         std::vector<AclMaskRule>{{10, 0, 0xff, true}, {10, 0, 0xfff, false}}}) {
+      try {
+         status->maskRulesIs(bad);
+         ADD_FAILURE() << "accepted";
+      } catch (const Kel::RangeException& e) {
+         EXPECT_STREQ(e.what(), "IpAccessListStatus A: mask rule 10 out of sequence order");
+      }
+   }
+   EXPECT_EQ(status->maskRules().size(), 2u);
 }
 
 }  // namespace
