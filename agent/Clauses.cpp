@@ -29,8 +29,8 @@ constexpr std::array kMatchClauses{
     MatchClause{MatchOption::matchIpNexthop, "match ip next-hop", A::address, L::none, "", true},
     // The configuration language names next-hop, resolved-next-hop and router-id lists with
     // "ip": they live among the IPv4 prefix lists.
-    MatchClause{MatchOption::matchIpNexthopPrefixList, "match ip next-hop prefix-list",
-                A::listName, L::prefixList, "next-hop", true},
+    MatchClause{MatchOption::matchIpNexthopPrefixList, "match ip next-hop prefix-list", A::listName,
+                L::prefixList, "next-hop", true},
     MatchClause{MatchOption::matchIpResolvedNexthopPrefixList,
                 "match ip resolved-next-hop prefix-list", A::listName, L::prefixList,
                 "resolved-next-hop", true},

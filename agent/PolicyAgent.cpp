@@ -187,10 +187,9 @@ void PolicyAgent::start() {
    // Both profiles run the common component's machines; `full` widens what they translate.
    Kel::Ptr<CommonComponentSeqSmFactory const> machines;
    if (profile_ == Profile::full) machines = fullProfileSeqSmFactory();
-   routeMapSm_ = routeMapConfigSmFactory(config_, filtered_, symbols_, root_,
-                                         commonComponentRmConfigFilterSmHelperFactory(machines),
-                                         commonComponentRmConfigSymbolSmHelperFactory(machines),
-                                         scheduler_);
+   routeMapSm_ = routeMapConfigSmFactory(
+       config_, filtered_, symbols_, root_, commonComponentRmConfigFilterSmHelperFactory(machines),
+       commonComponentRmConfigSymbolSmHelperFactory(machines), scheduler_);
 }
 
 PolicyAgent::~PolicyAgent() {

@@ -145,9 +145,7 @@ public:
       sm_ = nullptr;
    }
 
-   bool matchRuleSupported(MatchOption o) const override {
-      return factory_->matchRuleSupported(o);
-   }
+   bool matchRuleSupported(MatchOption o) const override { return factory_->matchRuleSupported(o); }
    void seqConfigIs(Kel::Ptr<MapEntry const> entry) override {
       RmSeqConfigSymbolSmBase::seqConfigIs(std::move(entry));
       if (initialized()) build();
@@ -178,9 +176,9 @@ private:
                                opMode_);
       // This machine hears the entry and filters what reaches the translating one.
       sm_->seqConfigDel();
-      symbolSeqSm_ = factory_->symbolSeqSm(rmName(), entry->seqno(), rmSymbol(),
-                                           rmConfigSymbolReactor(), matchSymSeq(), subRmSymSeq(),
-                                           opMode_);
+      symbolSeqSm_ =
+          factory_->symbolSeqSm(rmName(), entry->seqno(), rmSymbol(), rmConfigSymbolReactor(),
+                                matchSymSeq(), subRmSymSeq(), opMode_);
    }
 
    Kel::Ptr<PolicyRoot const> policyRoot_;
@@ -202,9 +200,7 @@ public:
          factory_(std::move(factory)) {}
    ~CommonComponentSeqFilterSm() override { sm_ = nullptr; }
 
-   bool matchRuleSupported(MatchOption o) const override {
-      return factory_->matchRuleSupported(o);
-   }
+   bool matchRuleSupported(MatchOption o) const override { return factory_->matchRuleSupported(o); }
    void seqConfigIs(Kel::Ptr<MapEntry const> entry) override {
       RmSeqConfigFilterSmBase::seqConfigIs(std::move(entry));
       if (initialized()) build();

@@ -23,8 +23,8 @@ using Routing::RouteMap::SetOption;
 // argument of its kind, parses to a rule of its own option.
 TEST(ClauseTableTest, WordsReadBackAsTheirOwnOption) {
    const std::map<ClauseArgument, std::string> sample{
-       {ClauseArgument::listName, "L"},   {ClauseArgument::tag, "5"},
-       {ClauseArgument::protocol, "bgp"}, {ClauseArgument::metric, "9"},
+       {ClauseArgument::listName, "L"},          {ClauseArgument::tag, "5"},
+       {ClauseArgument::protocol, "bgp"},        {ClauseArgument::metric, "9"},
        {ClauseArgument::interface, "Ethernet1"}, {ClauseArgument::address, "192.0.2.1"},
        {ClauseArgument::distance, "20"}};
    for (const MatchClause& c : matchClauses()) {
@@ -73,15 +73,13 @@ struct ClauseCase {
 const std::vector<ClauseCase> kCases = {
     {"ACL", "match ip address access-list AL", {"172.16.1.0/24"}, {"10.1.0.0/16"}},
     {"PFX", "match ip address prefix-list PL", {"10.1.0.0/16"}, {"11.0.0.0/8", "10.1.2.128/25"}},
-    {"METRIC",
-     "match metric 50",
-     {"20.0.0.0/8 metric=50"},
-     {"20.0.0.0/8 metric=51", "20.0.0.0/8"}},
+    {"METRIC", "match metric 50", {"20.0.0.0/8 metric=50"}, {"20.0.0.0/8 metric=51", "20.0.0.0/8"}},
     // A route learned on no interface, or on another one, does not match; an agent that leaves
     // interfaces out of the decision (match-intf=false) passes the clause.
     {"INTF",
      "match interface Ethernet1",
-     {"20.0.0.0/8 interfaces=Ethernet2,Ethernet1", "20.0.0.0/8 interfaces=Ethernet2 match-intf=false"},
+     {"20.0.0.0/8 interfaces=Ethernet2,Ethernet1",
+      "20.0.0.0/8 interfaces=Ethernet2 match-intf=false"},
      {"20.0.0.0/8 interfaces=Ethernet2", "20.0.0.0/8"}},
     {"NEXTHOP",
      "match ip next-hop 192.0.2.1",
@@ -167,7 +165,8 @@ TEST(FullProfileTest, EveryClauseDecidesAsWritten) {
          EXPECT_EQ(answer(agent, c.routeMap, route), "deny") << c.clause << ": " << route;
       }
    }
-   EXPECT_EQ(answer(agent, "SETMETRIC", "20.0.0.0/8 metric=5"), "permit tag=1 preference=0 metric=77");
+   EXPECT_EQ(answer(agent, "SETMETRIC", "20.0.0.0/8 metric=5"),
+             "permit tag=1 preference=0 metric=77");
    EXPECT_EQ(answer(agent, "SETDIST", "20.0.0.0/8"), "permit tag=1 preference=30 metric=none");
    // Nothing is filtered out: the configuration as the compiler runs it is the one written.
    EXPECT_EQ(configText(agent.filteredDocument()), configText(agent.document()));
@@ -209,10 +208,9 @@ TEST(FullProfileTest, AddressListsAreFollowed) {
       EXPECT_EQ(verdict(), "deny") << "an undefined list matches nothing";
       bool reported = false;
       for (const Reference& ref : agent.undefinedReferences()) {
-         reported |= ref.routeMap == f.routeMap && ref.text() == "route-map " +
-                                                                 std::string(f.routeMap) +
-                                                                 " seq 10: prefix-list " +
-                                                                 f.list + " is not configured";
+         reported |= ref.routeMap == f.routeMap &&
+                     ref.text() == "route-map " + std::string(f.routeMap) +
+                                       " seq 10: prefix-list " + f.list + " is not configured";
       }
       EXPECT_TRUE(reported);
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/ConfigText.h"
 #include "agent/Clauses.h"
+#include "agent/ConfigText.h"
 
 namespace {
 
@@ -249,17 +249,17 @@ TEST(ConfigTextTest, GoodTextFillsTheDocument) {
    // Under the common profile, each clause it leaves out is named at its own line.
    const std::string w = "good.cfg:";
    const std::string common = " is not evaluated under profile common";
-   EXPECT_EQ(texts(unevaluatedClauses(d, Profile::common, "good.cfg")),
-             (std::vector<std::string>{
-                 w + "19: warning: route-map RM seq 10: match router-id prefix-list" + common,
-                 w + "25: warning: route-map RM seq 10: match metric" + common,
-                 w + "26: warning: route-map RM seq 10: match interface" + common,
-                 w + "27: warning: route-map RM seq 10: match ip next-hop" + common,
-                 w + "28: warning: route-map RM seq 10: match ip next-hop prefix-list" + common,
-                 w + "29: warning: route-map RM seq 10: match ip resolved-next-hop prefix-list" +
-                     common,
-                 w + "32: warning: route-map RM seq 10: set metric" + common,
-             }));
+   EXPECT_EQ(
+       texts(unevaluatedClauses(d, Profile::common, "good.cfg")),
+       (std::vector<std::string>{
+           w + "19: warning: route-map RM seq 10: match router-id prefix-list" + common,
+           w + "25: warning: route-map RM seq 10: match metric" + common,
+           w + "26: warning: route-map RM seq 10: match interface" + common,
+           w + "27: warning: route-map RM seq 10: match ip next-hop" + common,
+           w + "28: warning: route-map RM seq 10: match ip next-hop prefix-list" + common,
+           w + "29: warning: route-map RM seq 10: match ip resolved-next-hop prefix-list" + common,
+           w + "32: warning: route-map RM seq 10: set metric" + common,
+       }));
 }
 
 TEST(ConfigTextTest, PrintedTextIsCanonicalAndParsesBack) {

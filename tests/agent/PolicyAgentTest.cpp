@@ -285,10 +285,9 @@ public:
       for (std::size_t i = 0; i < n; ++i) {
          const U32 b = pick(5);
          const char* suffix = suffixes[pick(4)];
-         MatchInput_ r = route(("10." + std::to_string(std::string(suffix) == ".0.0/8" ? 0 : b) +
-                                suffix)
-                                   .c_str(),
-                               pick(3));
+         MatchInput_ r = route(
+             ("10." + std::to_string(std::string(suffix) == ".0.0/8" ? 0 : b) + suffix).c_str(),
+             pick(3));
          if (pick(4)) r.metricIs(Orb::MaybeU63(pick(3)));
          auto intfs = intfIdSetFactory();
          for (const char* name : {"Ethernet1", "Ethernet2"}) {
@@ -343,13 +342,13 @@ void incrementalAnswersAsFresh(Profile profile) {
          const auto freshList = fresh.statusList({{RmPrecedence::rmBased, "RM"}});
          for (const auto& r : routes) {
             const std::string want = fullVerdict(PolicyEvaluator(freshList).evaluate(r));
-            ++seen[want == "deny" ? "deny" : want.find("metric=none") != std::string::npos
-                                                 ? "permit"
-                                                 : "permit with a metric"];
+            ++seen[want == "deny"                                  ? "deny"
+                   : want.find("metric=none") != std::string::npos ? "permit"
+                                                                   : "permit with a metric"];
             ASSERT_EQ(fullVerdict(PolicyEvaluator(liveList).evaluate(r)), want)
                 << "profile " << profileName(profile) << " seed " << seed
-                << " (rerun with POLICY_AGENT_SEED) step " << step
-                << " route " << routeText(r) << "\n"
+                << " (rerun with POLICY_AGENT_SEED) step " << step << " route " << routeText(r)
+                << "\n"
                 << text;
          }
       }

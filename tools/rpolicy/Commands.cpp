@@ -60,7 +60,8 @@ struct Options {
    bool json = false;
    bool explain = false;
    unsigned threads = 1;
-   Profile profile = Profile::full;
+   std::string profileText = "full";
+   Profile profile = Profile::full;  // from profileText, once parsed
 };
 
 std::string readFile(const std::string& path, Io& io) {
@@ -433,13 +434,12 @@ int cmdGraph(const Options& o, Io& io) {
 }
 
 void addProfileOption(CLI::App* cmd, Options& o) {
-   const std::map<std::string, Profile> profiles{{"full", Profile::full},
-                                                 {"common", Profile::common}};
-   cmd->add_option("--profile", o.profile,
+   cmd->add_option("--profile", o.profileText,
                    "Which clauses are evaluated: full (every clause, the default) or common "
                    "(what the common component supports; the others are warned about)")
-       ->type_name("full|common")
-       ->transform(CLI::CheckedTransformer(profiles));
+       ->type_name("PROFILE")
+       ->check(CLI::IsMember(
+           {std::string(profileName(Profile::full)), std::string(profileName(Profile::common))}));
 }
 
 void addPolicyOptions(CLI::App* cmd, Options& o) {
@@ -503,6 +503,7 @@ int runRpolicy(int argc, const char* const* argv, std::istream& in, std::ostream
       return kUsage;
    }
 
+   o.profile = o.profileText == profileName(Profile::common) ? Profile::common : Profile::full;
    Io io{in, out, err, &err == &std::cerr && isatty(2) == 1};
    try {
       if (check->parsed()) return cmdCheck(o, io);
