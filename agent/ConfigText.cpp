@@ -10,6 +10,7 @@
 #include "Nx/IntfId.h"
 #include "Nx/IpAddr.h"
 #include "Orb/MaybeU63.h"
+#include "agent/Clauses.h"
 #include "agent/TextTokens.h"
 
 namespace Routing::Policy::agent {
@@ -18,6 +19,7 @@ using Routing::RouteMap::MatchOption;
 using Routing::RouteMap::MatchRule;
 using Routing::RouteMap::PrefixListRule;
 using Routing::RouteMap::Protocol;
+using Routing::RouteMap::SetOption;
 
 std::string Diagnostic::text() const {
    // The file name and the message may carry bytes from outside (a path, a quoted word);
@@ -85,42 +87,8 @@ std::string protocolChoices() {
 
 // The words that introduce a match clause: the same in diagnostics and in printed text.
 std::string_view clauseWords(MatchOption o) {
-   switch (o) {
-      case MatchOption::matchIpAddressAccessList:
-         return "match ip address access-list";
-      case MatchOption::matchIpAddressPrefixList:
-         return "match ip address prefix-list";
-      case MatchOption::matchMetric:
-         return "match metric";
-      case MatchOption::matchInterface:
-         return "match interface";
-      case MatchOption::matchIpNexthop:
-         return "match ip next-hop";
-      case MatchOption::matchIpNexthopPrefixList:
-         return "match ip next-hop prefix-list";
-      case MatchOption::matchIpResolvedNexthopPrefixList:
-         return "match ip resolved-next-hop prefix-list";
-      case MatchOption::matchRouterIdPrefixList:
-         return "match router-id prefix-list";
-      case MatchOption::matchSourceProtocol:
-         return "match source-protocol";
-      case MatchOption::matchTag:
-         return "match tag";
-      case MatchOption::matchIpv6AddressPrefixList:
-         return "match ipv6 address prefix-list";
-      case MatchOption::matchInvalid:
-         break;
-   }
-   return "match";
-}
-
-// The clauses the agent's evaluator acts on; the others are kept in the document so that a
-// configuration reads back unchanged, but the user is told they have no effect.
-bool evaluated(MatchOption o) {
-   return o == MatchOption::matchIpAddressPrefixList ||
-          o == MatchOption::matchIpv6AddressPrefixList ||
-          o == MatchOption::matchIpAddressAccessList || o == MatchOption::matchTag ||
-          o == MatchOption::matchSourceProtocol;
+   const MatchClause* c = matchClause(o);
+   return c ? c->words : "match";
 }
 
 // The words of one line, read left to right. The first failure is the line's one error; every
@@ -520,11 +488,6 @@ private:
       c.fail(fmt::format("{} given twice in {}", words, where()));
    }
 
-   void notEvaluated(std::string_view words) {
-      add(res_.warnings, fmt::format("{}: {} is not evaluated by this agent", where(), words),
-          true);
-   }
-
    void clause(Cursor& c, std::string_view first) {
       c.skip(1);
       if (first == "description") {
@@ -631,7 +594,6 @@ private:
       if (seq_->matchRules.count(o)) return twice(c, clauseWords(o));
       seq_->matchRules.emplace(o, std::move(*rule));
       seq_->matchLines[o] = lineNo_;
-      if (!evaluated(o)) notEvaluated(clauseWords(o));
    }
 
    void set(Cursor& c) {
@@ -642,17 +604,19 @@ private:
          if (!c.end()) return;
          if (seq_->tag) return twice(c, "set tag");
          seq_->tag = static_cast<U32>(*v);
+         seq_->setLines[SetOption::setTag] = lineNo_;
       } else if (*kind == "distance") {
          auto v = c.number("a distance", 1, 255);
          if (!c.end()) return;
          if (seq_->distance) return twice(c, "set distance");
          seq_->distance = static_cast<U32>(*v);
+         seq_->setLines[SetOption::setDistance] = lineNo_;
       } else {
          auto v = c.number("a metric", 0, Orb::MaybeU63::max);
          if (!c.end()) return;
          if (seq_->metric) return twice(c, "set metric");
          seq_->metric = *v;
-         notEvaluated("set metric");
+         seq_->setLines[SetOption::setMetric] = lineNo_;
       }
    }
 

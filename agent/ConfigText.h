@@ -66,9 +66,10 @@ struct RouteMapSeqDoc {
    bool subRouteMapInvert = false;
    std::vector<std::string> descriptions;  // in text order
    U32 line = 0;                      // the (last) header line of the sequence
-   // Where the text gave each match clause and the sub-route-map; not part of the sequence's
-   // value (a document read back from entities has none).
+   // Where the text gave each match and set clause and the sub-route-map; not part of the
+   // sequence's value (a document read back from entities has none).
    std::map<Routing::RouteMap::MatchOption, U32> matchLines;
+   std::map<Routing::RouteMap::SetOption, U32> setLines;
    U32 subRouteMapLine = 0;
    bool operator==(const RouteMapSeqDoc& o) const {
       return seqno == o.seqno && permit == o.permit && matchRules == o.matchRules &&
@@ -97,7 +98,9 @@ struct ConfigDocument {
 struct ParseResult {
    ConfigDocument document;           // meaningful only when `errors` is empty
    std::vector<Diagnostic> errors;    // in line order
-   std::vector<Diagnostic> warnings;  // in line order
+   // In line order. Whether a clause is acted on depends on the agent's profile, so those
+   // warnings come from unevaluatedClauses (agent/Clauses.h) and PolicyAgent::apply, not from here.
+   std::vector<Diagnostic> warnings;
    bool ok() const { return errors.empty(); }
 };
 

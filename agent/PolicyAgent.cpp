@@ -12,6 +12,7 @@
 #include "RoutingPolicy/status/RouteMapStatus.h"
 #include "RoutingPolicy/status/RouteMapSymbol.h"
 #include "Termout/RendererV2.h"
+#include "agent/FullProfile.h"
 
 namespace Routing::Policy::agent {
 
@@ -112,23 +113,6 @@ bool sameRules(const Acl::AclSubConfig* cfg, const AccessListDoc& d) {
    return true;
 }
 
-// Which kind of list a match option names; empty for options that name none.
-std::string listKind(MatchOption o) {
-   switch (o) {
-      case MatchOption::matchIpAddressAccessList:
-         return "access-list";
-      case MatchOption::matchIpv6AddressPrefixList:
-         return "ipv6 prefix-list";
-      case MatchOption::matchIpAddressPrefixList:
-      case MatchOption::matchIpNexthopPrefixList:
-      case MatchOption::matchIpResolvedNexthopPrefixList:
-      case MatchOption::matchRouterIdPrefixList:
-         return "prefix-list";
-      default:
-         return {};
-   }
-}
-
 }  // namespace
 
 std::string Reference::text() const {
@@ -178,7 +162,9 @@ private:
    std::vector<std::unique_ptr<Follower>> followers_;
 };
 
-PolicyAgent::PolicyAgent(Start start)
+PolicyAgent::PolicyAgent(Profile profile, Start start) : PolicyAgent(start, profile) {}
+
+PolicyAgent::PolicyAgent(Start start, Profile profile)
     : root_(policyRootFactory()),
       config_(Routing::RouteMap::configFactory()),
       filtered_(Routing::RouteMap::configFactory()),
@@ -187,7 +173,8 @@ PolicyAgent::PolicyAgent(Start start)
       am_(Kel::activityManagerFactory()),
       prefixLists_(Routing::RouteMap::prefixListConfigRootFactory()),
       acls_(Acl::Input::configFactory()),
-      aclSymbols_(Routing::RouteMap::allIpAccessListSymbolFactory()) {
+      aclSymbols_(Routing::RouteMap::allIpAccessListSymbolFactory()),
+      profile_(profile) {
    am_->workSourceIs(scheduler_.get());
    if (start == Start::now) this->start();
 }
@@ -197,10 +184,12 @@ void PolicyAgent::start() {
    prefixListSm_ = Routing::RouteMap::prefixListCompilerSmFactory(
        prefixLists_, root_->ipv4PrefixListTable(), root_->ipv6PrefixListTable());
    aclSm_ = aclConfigSmFactory(acls_, aclSymbols_, root_->ipAclListTable(), am_);
-   routeMapSm_ = routeMapConfigSmFactory(config_, filtered_, symbols_, root_,
-                                         commonComponentRmConfigFilterSmHelperFactory(),
-                                         commonComponentRmConfigSymbolSmHelperFactory(),
-                                         scheduler_);
+   // Both profiles run the common component's machines; `full` widens what they translate.
+   Kel::Ptr<CommonComponentSeqSmFactory const> machines;
+   if (profile_ == Profile::full) machines = fullProfileSeqSmFactory();
+   routeMapSm_ = routeMapConfigSmFactory(
+       config_, filtered_, symbols_, root_, commonComponentRmConfigFilterSmHelperFactory(machines),
+       commonComponentRmConfigSymbolSmHelperFactory(machines), scheduler_);
 }
 
 PolicyAgent::~PolicyAgent() {
@@ -220,6 +209,13 @@ ApplyResult PolicyAgent::apply(std::string_view text, const std::string& file) {
    ApplyResult r;
    r.errors = std::move(parsed.errors);
    r.warnings = std::move(parsed.warnings);
+   // Told even when the text has errors: a reader fixing the errors wants to know at once which
+   // of the clauses that did parse would have no effect.
+   for (Diagnostic& d : unevaluatedClauses(parsed.document, profile_, file)) {
+      r.warnings.push_back(std::move(d));
+   }
+   std::stable_sort(r.warnings.begin(), r.warnings.end(),
+                    [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
    if (!r.errors.empty()) return r;
    r.stats = apply(parsed.document);
    return r;
@@ -393,21 +389,21 @@ std::vector<Reference> PolicyAgent::undefinedReferences() const {
    for (const auto& [rmName, rm] : document_.routeMaps) {
       for (const auto& [seqno, seq] : rm.seqs) {
          for (const auto& [option, rule] : seq.matchRules) {
-            const std::string kind = listKind(option);
-            if (kind.empty()) continue;
+            const MatchClause* clause = matchClause(option);
+            if (!clause || clause->list == ListKind::none) continue;
             bool defined;
-            if (kind == "access-list") {
+            if (clause->list == ListKind::accessList) {
                defined = document_.accessLists.count({false, rule.listName()}) != 0 ||
                          document_.accessLists.count({true, rule.listName()}) != 0;
             } else {
-               const auto af = kind == "prefix-list" ? Nx::AddressFamily::ipv4
-                                                     : Nx::AddressFamily::ipv6;
+               const auto af = clause->list == ListKind::prefixList ? Nx::AddressFamily::ipv4
+                                                                    : Nx::AddressFamily::ipv6;
                defined = document_.prefixLists.count({af, rule.listName()}) != 0;
             }
             if (!defined) {
                const auto at = seq.matchLines.find(option);
-               out.push_back({kind, rule.listName(), rmName, seqno,
-                              at != seq.matchLines.end() ? at->second : seq.line});
+               out.push_back({std::string(listKindName(clause->list)), rule.listName(), rmName,
+                              seqno, at != seq.matchLines.end() ? at->second : seq.line});
             }
          }
          if (!seq.subRouteMap.empty() && document_.routeMaps.count(seq.subRouteMap) == 0) {

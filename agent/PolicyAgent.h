@@ -33,6 +33,7 @@
 #include "RoutingPolicy/status/PolicyEvalContext.h"
 #include "RoutingPolicy/status/RmPrecedence.h"
 #include "RoutingPolicy/status/RouteMapStatusList.h"
+#include "agent/Clauses.h"
 #include "agent/ConfigText.h"
 
 namespace Routing::Policy::agent {
@@ -86,15 +87,20 @@ public:
    // With Start::deferred the compilers are made only by start(): an agent that restarts with its
    // configuration already present writes the entities first, and the machines then take it up
    // as their initial state rather than as a stream of changes.
-   explicit PolicyAgent(Start start = Start::now);
+   // The profile says which clauses are evaluated (agent/Clauses.h): every one under
+   // Profile::full, what the library's common component supports under Profile::common.
+   explicit PolicyAgent(Start start = Start::now, Profile profile = Profile::full);
+   explicit PolicyAgent(Profile profile, Start start = Start::now);
    ~PolicyAgent();
+   Profile profile() const { return profile_; }
    void start();
    bool started() const { return routeMapSm_ != nullptr; }
    PolicyAgent(const PolicyAgent&) = delete;
    PolicyAgent& operator=(const PolicyAgent&) = delete;
 
    // Parses a full configuration and applies what differs from the current one, then runs the
-   // event loop until every compiler has published. On a parse error nothing changes.
+   // event loop until every compiler has published. On a parse error nothing changes. The
+   // warnings include every clause the profile does not evaluate (unevaluatedClauses).
    ApplyResult apply(std::string_view text, const std::string& file);
    // The same from a document that parsed cleanly.
    ApplyStats apply(const ConfigDocument& doc);
@@ -159,6 +165,7 @@ private:
    Kel::Ptr<AclConfigSm> aclSm_;
    Kel::Ptr<RouteMapConfigSm> routeMapSm_;
    std::vector<std::unique_ptr<StatusListSm>> statusLists_;
+   Profile profile_;
    ConfigDocument document_;
    U64 nextAclRuleId_ = 0;
 };

@@ -133,6 +133,10 @@ Parsed<MatchInput_> parseRouteWords(const std::vector<std::string_view>& words) 
    if (!prefix.ok()) return Result::failure(std::move(prefix.error));
    MatchInput_ route;
    route.prefixIs(*prefix.value);
+   // A route read from a file is learned on the interfaces it lists and on no other, so a
+   // "match interface" clause is decided by them; an agent that leaves interfaces out of the
+   // decision says match-intf=false.
+   route.matchIntfIs(true);
    Attributes attrs;
    for (std::size_t i = 1; i < words.size(); ++i) {
       std::string_view key, value;
@@ -254,7 +258,7 @@ std::string routeText(const MatchInput_& route) {
       std::sort(names.begin(), names.end());
       out += " interfaces=" + fmt::format("{}", fmt::join(names, ","));
    }
-   if (route.matchIntf()) out += " match-intf=true";
+   if (!route.matchIntf()) out += " match-intf=false";
    return out;
 }
 

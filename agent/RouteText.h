@@ -40,11 +40,13 @@ bool skippableLine(std::string_view line);
 
 // PREFIX [protocol=P] [tag=T] [metric=M|none] [nexthop=A] [router-id=A] [resolved-nexthop=A]
 //        [interfaces=I1,I2] [match-intf=true|false]
-// Attributes left out keep MatchInput_'s defaults (protocol unknown, tag 0, no metric, ...).
+// Attributes left out keep MatchInput_'s defaults (protocol unknown, tag 0, no metric, next hops
+// and router id 0.0.0.0, no interfaces), except match-intf, which is true: the route's
+// interfaces are the ones listed, and "match interface" clauses are decided by them.
 Parsed<MatchInput_> parseRouteText(std::string_view line);
 
-// The route in the form parseRouteText reads, with only the attributes that differ from the
-// defaults, in the order listed above.
+// The route in the form parseRouteText reads, with only the attributes that differ from what
+// parseRouteText assumes, in the order listed above.
 std::string routeText(const MatchInput_& route);
 
 // What a test case expects. Attributes not given are not checked.

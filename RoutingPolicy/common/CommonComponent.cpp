@@ -71,6 +71,7 @@ void CommonComponentRmSeqConfigSmBase::handleInitialized() {
    handleSetFlags();
    for (const auto& [index, text] : seqConfig_->descriptions()) handleDescription(index);
    handleDistance();
+   handleMetric();
    handleContinueSeq();
    handleTag();
    handleSubRouteMap();
@@ -109,6 +110,9 @@ public:
    void handleDistance() override {
       if (sm_) sm_->handleDistance();
    }
+   void handleMetric() override {
+      if (sm_) sm_->handleMetric();
+   }
    void handleContinueSeq() override {
       if (sm_) sm_->handleContinueSeq();
    }
@@ -130,18 +134,18 @@ public:
                               Kel::Ptr<RouteMapSymbol> rmSymbol,
                               Kel::Ptr<PolicyRoot const> policyRoot,
                               Kel::Ptr<RmConfigSymbolReactor> mailbox,
-                              Kel::Ptr<RouteMapOpModeNotifier const> opMode)
+                              Kel::Ptr<RouteMapOpModeNotifier const> opMode,
+                              Kel::Ptr<CommonComponentSeqSmFactory const> factory)
        : EntryForwarder(rmName, std::move(seqConfig), std::move(rmSymbol), std::move(mailbox)),
          policyRoot_(std::move(policyRoot)),
-         opMode_(std::move(opMode)) {}
+         opMode_(std::move(opMode)),
+         factory_(std::move(factory)) {}
    ~CommonComponentSeqSymbolSm() override {
       symbolSeqSm_ = nullptr;
       sm_ = nullptr;
    }
 
-   bool matchRuleSupported(MatchOption o) const override {
-      return commonComponentMatchRuleSupported(o);
-   }
+   bool matchRuleSupported(MatchOption o) const override { return factory_->matchRuleSupported(o); }
    void seqConfigIs(Kel::Ptr<MapEntry const> entry) override {
       RmSeqConfigSymbolSmBase::seqConfigIs(std::move(entry));
       if (initialized()) build();
@@ -168,29 +172,35 @@ private:
       sm_ = nullptr;
       const Kel::Ptr<MapEntry const> entry = seqConfig();
       if (!entry) return;
-      sm_ = Kel::create<CommonComponentRmSeqConfigSymbolSm>(
-          rmName(), entry, sequenceChange(), sequenceChangeSym(), policyRoot_, opMode_);
+      sm_ = factory_->symbolSm(rmName(), entry, sequenceChange(), sequenceChangeSym(), policyRoot_,
+                               opMode_);
       // This machine hears the entry and filters what reaches the translating one.
       sm_->seqConfigDel();
-      symbolSeqSm_ = Kel::create<CommonComponentSymbolSeqSm>(rmName(), entry->seqno(), rmSymbol(),
-                                                             rmConfigSymbolReactor(), matchSymSeq(),
-                                                             subRmSymSeq(), opMode_);
+      symbolSeqSm_ =
+          factory_->symbolSeqSm(rmName(), entry->seqno(), rmSymbol(), rmConfigSymbolReactor(),
+                                matchSymSeq(), subRmSymSeq(), opMode_);
    }
 
    Kel::Ptr<PolicyRoot const> policyRoot_;
    Kel::Ptr<RouteMapOpModeNotifier const> opMode_;
+   Kel::Ptr<CommonComponentSeqSmFactory const> factory_;
    Kel::Ptr<CommonComponentSymbolSeqSm> symbolSeqSm_;
 };
 
 class CommonComponentSeqFilterSm
     : public EntryForwarder<RmSeqConfigFilterSmBase, CommonComponentRmSeqConfigFilterSm> {
 public:
-   using EntryForwarder::EntryForwarder;
+   CommonComponentSeqFilterSm(const Kel::String& rmName, Kel::Ptr<MapEntry const> seqConfig,
+                              Kel::Ptr<MapEntry> filteredSeqConfig, Config* filteredRmConfig,
+                              Kel::Ptr<RouteMapBlockedSequenceList> blocked,
+                              Kel::Ptr<RouteMapUpdateNotifier const> updateNotifier,
+                              Kel::Ptr<CommonComponentSeqSmFactory const> factory)
+       : EntryForwarder(rmName, std::move(seqConfig), std::move(filteredSeqConfig),
+                        filteredRmConfig, std::move(blocked), std::move(updateNotifier)),
+         factory_(std::move(factory)) {}
    ~CommonComponentSeqFilterSm() override { sm_ = nullptr; }
 
-   bool matchRuleSupported(MatchOption o) const override {
-      return commonComponentMatchRuleSupported(o);
-   }
+   bool matchRuleSupported(MatchOption o) const override { return factory_->matchRuleSupported(o); }
    void seqConfigIs(Kel::Ptr<MapEntry const> entry) override {
       RmSeqConfigFilterSmBase::seqConfigIs(std::move(entry));
       if (initialized()) build();
@@ -213,14 +223,70 @@ private:
       sm_ = nullptr;
       const Kel::Ptr<MapEntry const> entry = seqConfig();
       if (!entry) return;
-      sm_ = Kel::create<CommonComponentRmSeqConfigFilterSm>(
-          rmName(), entry, filteredSeqConfig(), filteredRmConfig(), routeMapBlockedSequenceList(),
-          routeMapUpdateNotifier());
+      sm_ = factory_->filterSm(rmName(), entry, filteredSeqConfig(), filteredRmConfig(),
+                               routeMapBlockedSequenceList(), routeMapUpdateNotifier());
       sm_->seqConfigDel();
    }
+
+   Kel::Ptr<CommonComponentSeqSmFactory const> factory_;
 };
 
+// The machines made for every agent that does not bring its own.
+const Kel::Ptr<CommonComponentSeqSmFactory const>& defaultFactory() {
+   static const Kel::Ptr<CommonComponentSeqSmFactory const> factory =
+       Kel::makePtr<CommonComponentSeqSmFactory>();
+   return factory;
+}
+
 }  // namespace
+
+// --- CommonComponentSeqSmFactory
+
+bool CommonComponentSeqSmFactory::matchRuleSupported(MatchOption option) const {
+   return commonComponentMatchRuleSupported(option);
+}
+
+Kel::Ptr<CommonComponentRmSeqConfigSymbolSm> CommonComponentSeqSmFactory::symbolSm(
+    const Kel::String& rmName, Kel::Ptr<MapEntry const> seqConfig,
+    Kel::Ptr<SequenceChange> sequenceChange, Kel::Ptr<SequenceChangeSymbol> sequenceChangeSym,
+    Kel::Ptr<PolicyRoot const> policyRoot,
+    Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) const {
+   return Kel::create<CommonComponentRmSeqConfigSymbolSm>(
+       rmName, std::move(seqConfig), std::move(sequenceChange), std::move(sequenceChangeSym),
+       std::move(policyRoot), std::move(routeMapOpModeNotifier));
+}
+
+Kel::Ptr<CommonComponentSymbolSeqSm> CommonComponentSeqSmFactory::symbolSeqSm(
+    const Kel::String& rmName, U32 seqno, Kel::Ptr<RouteMapSymbol const> rmSymbol,
+    Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
+    Kel::Ptr<MatchSymbolSeq const> matchSymbolSeq,
+    Kel::Ptr<SubRouteMapSymbolSeq const> subRouteMapSymbolSeq,
+    Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) const {
+   return Kel::create<CommonComponentSymbolSeqSm>(
+       rmName, seqno, std::move(rmSymbol), std::move(rmConfigSymbolReactor),
+       std::move(matchSymbolSeq), std::move(subRouteMapSymbolSeq),
+       std::move(routeMapOpModeNotifier));
+}
+
+Kel::Ptr<CommonComponentRmSeqConfigFilterSm> CommonComponentSeqSmFactory::filterSm(
+    const Kel::String& rmName, Kel::Ptr<MapEntry const> seqConfig,
+    Kel::Ptr<MapEntry> filteredSeqConfig, Config* filteredRmConfig,
+    Kel::Ptr<RouteMapBlockedSequenceList> routeMapBlockedSequenceList,
+    Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier) const {
+   return Kel::create<CommonComponentRmSeqConfigFilterSm>(
+       rmName, std::move(seqConfig), std::move(filteredSeqConfig), filteredRmConfig,
+       std::move(routeMapBlockedSequenceList), std::move(routeMapUpdateNotifier));
+}
+
+// --- the helpers
+
+CommonComponentRmConfigSymbolSmHelper::CommonComponentRmConfigSymbolSmHelper(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory)
+    : factory_(factory ? std::move(factory) : defaultFactory()) {}
+
+CommonComponentRmConfigFilterSmHelper::CommonComponentRmConfigFilterSmHelper(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory)
+    : factory_(factory ? std::move(factory) : defaultFactory()) {}
 
 Kel::Ptr<RmSeqConfigSymbolSmBase> CommonComponentRmConfigSymbolSmHelper::createSeqConfigSm(
     const Kel::String& rmName, Kel::Ptr<MapEntry const> seqConfig,
@@ -229,7 +295,7 @@ Kel::Ptr<RmSeqConfigSymbolSmBase> CommonComponentRmConfigSymbolSmHelper::createS
     Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) {
    return Kel::create<CommonComponentSeqSymbolSm>(
        rmName, std::move(seqConfig), std::move(rmSymbol), std::move(policyRoot),
-       std::move(rmConfigSymbolReactor), std::move(routeMapOpModeNotifier));
+       std::move(rmConfigSymbolReactor), std::move(routeMapOpModeNotifier), factory_);
 }
 
 Kel::Ptr<RmSeqConfigFilterSmBase> CommonComponentRmConfigFilterSmHelper::createSeqConfigSm(
@@ -239,15 +305,17 @@ Kel::Ptr<RmSeqConfigFilterSmBase> CommonComponentRmConfigFilterSmHelper::createS
     Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier) {
    return Kel::create<CommonComponentSeqFilterSm>(
        rmName, std::move(seqConfig), std::move(filteredSeqConfig), filteredRmConfig,
-       std::move(routeMapBlockedSequenceList), std::move(routeMapUpdateNotifier));
+       std::move(routeMapBlockedSequenceList), std::move(routeMapUpdateNotifier), factory_);
 }
 
-Kel::Ptr<CommonComponentRmConfigSymbolSmHelper> commonComponentRmConfigSymbolSmHelperFactory() {
-   return Kel::makePtr<CommonComponentRmConfigSymbolSmHelper>();
+Kel::Ptr<CommonComponentRmConfigSymbolSmHelper> commonComponentRmConfigSymbolSmHelperFactory(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory) {
+   return Kel::makePtr<CommonComponentRmConfigSymbolSmHelper>(std::move(factory));
 }
 
-Kel::Ptr<CommonComponentRmConfigFilterSmHelper> commonComponentRmConfigFilterSmHelperFactory() {
-   return Kel::makePtr<CommonComponentRmConfigFilterSmHelper>();
+Kel::Ptr<CommonComponentRmConfigFilterSmHelper> commonComponentRmConfigFilterSmHelperFactory(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory) {
+   return Kel::makePtr<CommonComponentRmConfigFilterSmHelper>(std::move(factory));
 }
 
 }  // namespace Routing::Policy

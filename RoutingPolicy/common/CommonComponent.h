@@ -64,30 +64,75 @@ private:
    std::unique_ptr<RmSeqConfigReactor> reactor_;
 };
 
+class CommonComponentRmSeqConfigSymbolSm;
+class CommonComponentRmSeqConfigFilterSm;
+class CommonComponentSymbolSeqSm;
+
+// Which match rules the agent's sequence machines pass on, and the machines that translate,
+// follow and filter one sequence. As it stands it is the common component; an agent that
+// evaluates more options derives from it (and from the three machines) and hands its own to the
+// helpers below, so the forwarding, the sub-route-map handling and the list following stay here.
+class CommonComponentSeqSmFactory : public Kel::RefCounted {
+public:
+   virtual bool matchRuleSupported(Routing::RouteMap::MatchOption option) const;
+   virtual Kel::Ptr<CommonComponentRmSeqConfigSymbolSm> symbolSm(
+       const Kel::String& rmName, Kel::Ptr<Routing::RouteMap::MapEntry const> seqConfig,
+       Kel::Ptr<SequenceChange> sequenceChange, Kel::Ptr<SequenceChangeSymbol> sequenceChangeSym,
+       Kel::Ptr<PolicyRoot const> policyRoot,
+       Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) const;
+   virtual Kel::Ptr<CommonComponentSymbolSeqSm> symbolSeqSm(
+       const Kel::String& rmName, U32 seqno, Kel::Ptr<RouteMapSymbol const> rmSymbol,
+       Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
+       Kel::Ptr<MatchSymbolSeq const> matchSymbolSeq,
+       Kel::Ptr<SubRouteMapSymbolSeq const> subRouteMapSymbolSeq,
+       Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) const;
+   virtual Kel::Ptr<CommonComponentRmSeqConfigFilterSm> filterSm(
+       const Kel::String& rmName, Kel::Ptr<Routing::RouteMap::MapEntry const> seqConfig,
+       Kel::Ptr<Routing::RouteMap::MapEntry> filteredSeqConfig,
+       Routing::RouteMap::Config* filteredRmConfig,
+       Kel::Ptr<RouteMapBlockedSequenceList> routeMapBlockedSequenceList,
+       Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier) const;
+};
+
 // Builds the compiling machine of each sequence on the compiler's base, delegating the
 // translation to CommonComponentRmSeqConfigSymbolSm and the following of referenced lists and
-// route maps to CommonComponentSymbolSeqSm.
+// route maps to CommonComponentSymbolSeqSm (or to what `factory` makes instead).
 class CommonComponentRmConfigSymbolSmHelper : public RmConfigSymbolSmHelperBase {
 public:
+   // Null: the common component's own machines.
+   explicit CommonComponentRmConfigSymbolSmHelper(
+       Kel::Ptr<CommonComponentSeqSmFactory const> factory = nullptr);
    Kel::Ptr<RmSeqConfigSymbolSmBase> createSeqConfigSm(
        const Kel::String& rmName, Kel::Ptr<Routing::RouteMap::MapEntry const> seqConfig,
        Kel::Ptr<RouteMapSymbol> rmSymbol, Kel::Ptr<PolicyRoot const> policyRoot,
        Kel::Ptr<RmConfigSymbolReactor> rmConfigSymbolReactor,
        Kel::Ptr<RouteMapOpModeNotifier const> routeMapOpModeNotifier) override;
+
+private:
+   Kel::Ptr<CommonComponentSeqSmFactory const> factory_;
 };
 
-// Builds the filtering machine of each sequence, delegating to CommonComponentRmSeqConfigFilterSm.
+// Builds the filtering machine of each sequence, delegating to CommonComponentRmSeqConfigFilterSm
+// (or to what `factory` makes instead).
 class CommonComponentRmConfigFilterSmHelper : public RmConfigFilterSmHelperBase {
 public:
+   // Null: the common component's own machines.
+   explicit CommonComponentRmConfigFilterSmHelper(
+       Kel::Ptr<CommonComponentSeqSmFactory const> factory = nullptr);
    Kel::Ptr<RmSeqConfigFilterSmBase> createSeqConfigSm(
        const Kel::String& rmName, Kel::Ptr<Routing::RouteMap::MapEntry const> seqConfig,
        Kel::Ptr<Routing::RouteMap::MapEntry> filteredSeqConfig,
        Routing::RouteMap::Config* filteredRmConfig,
        Kel::Ptr<RouteMapBlockedSequenceList> routeMapBlockedSequenceList,
        Kel::Ptr<RouteMapUpdateNotifier const> routeMapUpdateNotifier) override;
+
+private:
+   Kel::Ptr<CommonComponentSeqSmFactory const> factory_;
 };
 
-Kel::Ptr<CommonComponentRmConfigSymbolSmHelper> commonComponentRmConfigSymbolSmHelperFactory();
-Kel::Ptr<CommonComponentRmConfigFilterSmHelper> commonComponentRmConfigFilterSmHelperFactory();
+Kel::Ptr<CommonComponentRmConfigSymbolSmHelper> commonComponentRmConfigSymbolSmHelperFactory(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory = nullptr);
+Kel::Ptr<CommonComponentRmConfigFilterSmHelper> commonComponentRmConfigFilterSmHelperFactory(
+    Kel::Ptr<CommonComponentSeqSmFactory const> factory = nullptr);
 
 }  // namespace Routing::Policy

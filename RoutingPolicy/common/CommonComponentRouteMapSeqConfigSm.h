@@ -45,6 +45,12 @@ public:
 
 protected:
    void handleInitialized() override;
+   // The matcher of a rule whose option matchRuleSupported accepts, and the list symbol it
+   // follows (left null for a rule that names no list). An agent that supports more options
+   // translates them and hands the others back here.
+   virtual Kel::Ptr<Matcher const> matcherFor(
+       const Routing::RouteMap::MatchRule& rule,
+       Kel::Ptr<Routing::RouteMap::PolicySymbol const>* symbol);
 
 private:
    struct OpModeReactor : RouteMapOpModeNotifier::Reactor {
@@ -55,9 +61,6 @@ private:
       void handleRouteMapOpMode() override { owner->handleRouteMapOpMode(); }
       CommonComponentRmSeqConfigSymbolSm* owner;
    };
-
-   Kel::Ptr<Matcher const> matcherFor(const Routing::RouteMap::MatchRule& rule,
-                                      Kel::Ptr<Routing::RouteMap::PolicySymbol const>* symbol);
 
    Kel::String rmName_;
    Kel::Ptr<SequenceChange> sequenceChange_;

@@ -56,7 +56,8 @@ public:
 
    const Kel::String& rmName() const { return rmName_; }
    U32 seqno() const { return seqno_; }
-   bool matchRuleSupported(Routing::RouteMap::MatchOption option) const {
+   // Only options this answers yes for are watched; an agent that translates more says so.
+   virtual bool matchRuleSupported(Routing::RouteMap::MatchOption option) const {
       return commonComponentMatchRuleSupported(option);
    }
    Kel::Ptr<PolicyMatchSymbolNotifierMap const> matchSymbolNotifierColl(
@@ -79,6 +80,10 @@ public:
 
 protected:
    void handleInitialized() override;
+   // A matcher on the list's status as it is now, for an option whose rule names a list. An agent
+   // that follows more kinds of list builds their matchers and hands the others back here.
+   virtual Kel::Ptr<Matcher const> matcherFor(Routing::RouteMap::MatchOption option,
+                                              const Routing::RouteMap::PolicySymbol* symbol) const;
 
 private:
    struct MatchSymNotifier : Routing::RouteMap::PolicySymbol::Reactor {
@@ -108,9 +113,6 @@ private:
    using NotifierMap =
        std::map<const Routing::RouteMap::PolicySymbol*, std::unique_ptr<MatchSymNotifier>>;
 
-   // A matcher on the list's status as it is now; null for an option no list stands behind.
-   Kel::Ptr<Matcher const> matcherFor(Routing::RouteMap::MatchOption option,
-                                      const Routing::RouteMap::PolicySymbol* symbol) const;
    void watch(Routing::RouteMap::MatchOption option);
 
    Kel::String rmName_;

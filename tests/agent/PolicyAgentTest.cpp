@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <map>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Routing/RouteMap/Options.h"
+#include "agent/RouteText.h"
 #include "tests/RoutingPolicy/acl/AclWildcardModel.h"
 
 namespace {
@@ -94,13 +97,14 @@ TEST_F(PolicyAgentTest, EvaluatesThroughListsContinueAndSubRouteMap) {
    // The list's deny entry: seq 20 does not match, seq 40 does on its own.
    EXPECT_EQ(eval(route("10.66.1.0/24", 0, stat)), "permit tag=0 pref=20");
    EXPECT_EQ(eval(route("10.66.1.0/24", 3)), "deny");
-   EXPECT_EQ(eval(route("10.1.2.128/25", 7)), "permit tag=0 pref=20");      // beyond le 24
+   EXPECT_EQ(eval(route("10.1.2.128/25", 7)), "permit tag=0 pref=20");  // beyond le 24
    EXPECT_EQ(eval(route("172.16.5.0/24")), "permit tag=0 pref=50");
    EXPECT_EQ(eval(route("172.17.5.0/24")), "deny");
 }
 
 TEST_F(PolicyAgentTest, ReapplyingTheSameTextTouchesNothing) {
-   const U32 edge = mapVersion("EDGE"), check = mapVersion("CHECK"), cust = listVersion("CUSTOMERS");
+   const U32 edge = mapVersion("EDGE"), check = mapVersion("CHECK"),
+             cust = listVersion("CUSTOMERS");
    const auto status = agent_.routeMapStatus("EDGE");
    const ApplyResult r = agent_.apply(kEdge, "edge.conf");
    ASSERT_TRUE(r.ok());
@@ -265,9 +269,9 @@ route-map B permit 20
                        "8: route-map B seq 20: route-map GHOST is not configured"}));
    const auto blocked = agent.blockedSequences();
    ASSERT_FALSE(blocked.empty());
-   EXPECT_EQ(blocked[0].text(),
-             "route-map " + blocked[0].routeMap + " seq 10 is blocked: its sub-route-map calls " +
-                 "form a cycle");
+   EXPECT_EQ(blocked[0].text(), "route-map " + blocked[0].routeMap +
+                                    " seq 10 is blocked: its sub-route-map calls " +
+                                    "form a cycle");
 }
 
 TEST_F(PolicyAgentTest, ThreadsEvaluatingTogetherGetTheSingleThreadedAnswers) {
@@ -275,8 +279,9 @@ TEST_F(PolicyAgentTest, ThreadsEvaluatingTogetherGetTheSingleThreadedAnswers) {
    std::vector<MatchInput_> routes;
    std::mt19937 rng(7);
    for (int i = 0; i < 400; ++i) {
-      const std::string p = std::to_string(rng() % 2 ? 10 : 172) + "." + std::to_string(rng() % 80) +
-                            "." + std::to_string(rng() % 256) + ".0/24";
+      const std::string p = std::to_string(rng() % 2 ? 10 : 172) + "." +
+                            std::to_string(rng() % 80) + "." + std::to_string(rng() % 256) +
+                            ".0/24";
       routes.push_back(route(p.c_str(), rng() % 8));
    }
    std::vector<std::string> want;
@@ -297,7 +302,8 @@ TEST_F(PolicyAgentTest, ThreadsEvaluatingTogetherGetTheSingleThreadedAnswers) {
 }
 
 // After any sequence of whole-configuration edits, the agent answers every route exactly as an
-// agent that was given only the final configuration.
+// agent that was given only the final configuration. The edits reach every clause, and lists
+// come and go (a list left out of one configuration is deleted, and made again by a later one).
 class RandomConfig {
 public:
    explicit RandomConfig(unsigned seed) : rng_(seed) {}
@@ -305,22 +311,41 @@ public:
    std::string next() {
       std::string t;
       for (const char* pl : {"PA", "PB"}) {
+         if (pick(4) == 0) continue;
          for (U32 seq = 10; seq <= 40; seq += 10) {
             if (pick(3) == 0) continue;
             const U32 len = 8 + 8 * pick(3);
             t += fmt("ip prefix-list %s seq %u %s 10.%u.0.0/%u", pl, seq,
                      pick(3) ? "permit" : "deny", len == 8 ? 0 : pick(4), len);
-            t += pick(2) ? " le 24\n" : "\n";
+            // Host routes (next hops, router ids) pass only entries that reach /32.
+            const U32 le = pick(3);
+            t += le == 0 ? "\n" : le == 1 ? " le 24\n" : " le 32\n";
+         }
+      }
+      if (pick(4) != 0) {
+         t += "ip access-list AL\n";
+         for (U32 seq = 10; seq <= 30; seq += 10) {
+            if (pick(2)) {
+               t += fmt("   %u %s 10.%u.0.0/16\n", seq, pick(3) ? "permit" : "deny", pick(4));
+            }
          }
       }
       for (const char* rm : {"SUB", "RM"}) {
          for (U32 seq = 10; seq <= 50; seq += 10) {
             if (pick(4) == 0) continue;
             t += fmt("route-map %s %s %u\n", rm, pick(4) ? "permit" : "deny", seq);
-            if (pick(2)) t += fmt("   match ip address prefix-list %s\n", pick(2) ? "PA" : "PB");
+            if (pick(2)) t += fmt("   match ip address prefix-list %s\n", list());
+            if (pick(6) == 0) t += "   match ip address access-list AL\n";
             if (pick(3) == 0) t += fmt("   match tag %u\n", pick(3));
+            if (pick(5) == 0) t += fmt("   match metric %u\n", pick(3));
+            if (pick(5) == 0) t += fmt("   match interface Ethernet%u\n", 1 + pick(2));
+            if (pick(6) == 0) t += fmt("   match ip next-hop 10.%u.0.1\n", pick(4));
+            if (pick(5) == 0) t += fmt("   match ip next-hop prefix-list %s\n", list());
+            if (pick(6) == 0) t += fmt("   match ip resolved-next-hop prefix-list %s\n", list());
+            if (pick(6) == 0) t += fmt("   match router-id prefix-list %s\n", list());
             if (pick(3) == 0) t += fmt("   set tag %u\n", 100 + pick(5));
             if (pick(3) == 0) t += fmt("   set distance %u\n", 1 + pick(200));
+            if (pick(4) == 0) t += fmt("   set metric %u\n", pick(4));
             if (seq < 50 && pick(4) == 0) {
                t += pick(2) ? "   continue\n" : fmt("   continue %u\n", seq + 10 * (1 + pick(2)));
             }
@@ -332,8 +357,35 @@ public:
       return t;
    }
 
+   // Routes that differ in every attribute a clause above reads.
+   std::vector<MatchInput_> routes(std::size_t n) {
+      std::vector<MatchInput_> out;
+      const char* const suffixes[] = {".0.0/16", ".1.0/24", ".2.128/25", ".0.0/8"};
+      for (std::size_t i = 0; i < n; ++i) {
+         const U32 b = pick(5);
+         const char* suffix = suffixes[pick(4)];
+         MatchInput_ r = route(
+             ("10." + std::to_string(std::string(suffix) == ".0.0/8" ? 0 : b) + suffix).c_str(),
+             pick(3));
+         if (pick(4)) r.metricIs(Orb::MaybeU63(pick(3)));
+         auto intfs = intfIdSetFactory();
+         for (const char* name : {"Ethernet1", "Ethernet2"}) {
+            if (pick(2)) intfs->intfIdIs(Nx::IntfId(name));
+         }
+         if (pick(4)) r.intfIdSetIs(std::move(intfs));
+         r.matchIntfIs(pick(5) != 0);
+         auto addr = [&] { return Nx::IpAddr::fromStrep(fmt("10.%u.%u.1", pick(5), pick(2))); };
+         r.nexthopIs(Nx::IpGenAddr(addr()));
+         r.resolvedNexthopIs(Nx::IpGenAddr(addr()));
+         r.routerIdIs(addr());
+         out.push_back(std::move(r));
+      }
+      return out;
+   }
+
 private:
    U32 pick(U32 n) { return static_cast<U32>(rng_() % n); }
+   const char* list() { return pick(2) ? "PA" : "PB"; }
    template <class... A>
    static std::string fmt(const char* f, A... a) {
       char buf[160];
@@ -343,34 +395,57 @@ private:
    std::mt19937 rng_;
 };
 
-TEST(PolicyAgentRandomTest, IncrementalAppliesAnswerAsAFreshAgent) {
-   std::vector<MatchInput_> routes;
-   for (U32 b = 0; b < 6; ++b) {
-      for (const char* suffix : {".0.0/16", ".1.0/24", ".2.128/25", ".0.0/8"}) {
-         const std::string p = "10." + std::to_string(b) + suffix;
-         if (std::string(suffix) == ".0.0/8" && b != 0) continue;
-         for (U32 tag : {0u, 1u, 2u}) routes.push_back(route(p.c_str(), tag));
-      }
-   }
-   for (unsigned seed = 1; seed <= 12; ++seed) {
+// The whole result, metric included, as the tool prints it.
+std::string fullVerdict(const Evaluation& e) {
+   return verdictText(e.permit, e.result);
+}
+
+// The fresh agent starts on a configuration already written (the start-up path of the
+// machines), the live one hears every edit as it comes.
+void incrementalAnswersAsFresh(Profile profile) {
+   std::map<std::string, int> seen;  // how often each kind of answer came up
+   unsigned first = 1;
+   if (const char* s = std::getenv("POLICY_AGENT_SEED")) first = std::stoul(s);
+   for (unsigned seed = first; seed < first + 40; ++seed) {
       RandomConfig gen(seed);
-      PolicyAgent live;
+      const std::vector<MatchInput_> routes = gen.routes(150);
+      PolicyAgent live(profile);
       const auto liveList = live.statusList({{RmPrecedence::rmBased, "RM"}});
-      std::string text;
       for (int step = 0; step < 8; ++step) {
-         text = gen.next();
+         const std::string text = gen.next();
          ASSERT_TRUE(live.apply(text, "live").ok()) << text;
-      }
-      PolicyAgent fresh;
-      ASSERT_TRUE(fresh.apply(text, "fresh").ok());
-      const auto freshList = fresh.statusList({{RmPrecedence::rmBased, "RM"}});
-      for (const auto& r : routes) {
-         ASSERT_EQ(verdict(PolicyEvaluator(liveList).evaluate(r)),
-                   verdict(PolicyEvaluator(freshList).evaluate(r)))
-             << "seed " << seed << " route " << r.prefix() << " tag " << r.tag().value() << "\n"
-             << text;
+         PolicyAgent fresh(PolicyAgent::Start::deferred, profile);
+         ASSERT_TRUE(fresh.apply(text, "fresh").ok());
+         fresh.start();
+         fresh.runUntilIdle();
+         const auto freshList = fresh.statusList({{RmPrecedence::rmBased, "RM"}});
+         for (const auto& r : routes) {
+            const std::string want = fullVerdict(PolicyEvaluator(freshList).evaluate(r));
+            ++seen[want == "deny"                                  ? "deny"
+                   : want.find("metric=none") != std::string::npos ? "permit"
+                                                                   : "permit with a metric"];
+            ASSERT_EQ(fullVerdict(PolicyEvaluator(liveList).evaluate(r)), want)
+                << "profile " << profileName(profile) << " seed " << seed
+                << " (rerun with POLICY_AGENT_SEED) step " << step << " route " << routeText(r)
+                << "\n"
+                << text;
+         }
       }
    }
+   // Not a property of the policy, but of the test: it compares answers of every kind.
+   EXPECT_GT(seen["deny"], 100);
+   EXPECT_GT(seen["permit"], 100);
+   if (profile == Profile::full) {
+      EXPECT_GT(seen["permit with a metric"], 100);
+   }
+}
+
+TEST(PolicyAgentRandomTest, IncrementalAppliesAnswerAsAFreshAgent) {
+   incrementalAnswersAsFresh(Profile::full);
+}
+
+TEST(PolicyAgentRandomTest, IncrementalAppliesAnswerAsAFreshAgentUnderTheCommonProfile) {
+   incrementalAnswersAsFresh(Profile::common);
 }
 
 }  // namespace

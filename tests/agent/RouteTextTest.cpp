@@ -32,8 +32,10 @@ const GoodRoute kGoodRoutes[] = {
     {"10.0.0.0/8 match-intf=true interfaces=Vlan10,Ethernet1 router-id=1.1.1.1 nexthop=2001:db8::1 "
      "resolved-nexthop=192.0.2.9 protocol=ebgp",
      "10.0.0.0/8 protocol=ebgp nexthop=2001:db8::1 router-id=1.1.1.1 resolved-nexthop=192.0.2.9 "
-     "interfaces=Ethernet1,Vlan10 match-intf=true"},
-    {"10.0.0.0/8 match-intf=false", "10.0.0.0/8"},
+     "interfaces=Ethernet1,Vlan10"},
+    // Interfaces are matched unless the line says otherwise.
+    {"10.0.0.0/8 match-intf=true", "10.0.0.0/8"},
+    {"10.0.0.0/8 interfaces=Ethernet1 match-intf=false", nullptr},
 };
 
 TEST(RouteText, GoodRoutesReadAndPrintBack) {

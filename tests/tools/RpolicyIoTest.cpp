@@ -252,7 +252,7 @@ TEST_F(RpolicyIoTest, FailedWritesExitTwo) {
    std::ostream err(&brokenErr);
    std::istringstream in("10.0.0.0/8\n");
    std::ostringstream out;
-   EXPECT_EQ(rpolicy({"eval", warn, "--route-map", "RM"}, in, out, err), 2);
+   EXPECT_EQ(rpolicy({"eval", warn, "--route-map", "RM", "--profile", "common"}, in, out, err), 2);
    EXPECT_EQ(out.str(), "10.0.0.0/8 permit tag=0 preference=0 metric=none\n");
    // ... but a broken standard error that nothing was written to changes nothing.
    FailingOutput brokenErr2(0, false);
@@ -289,20 +289,21 @@ TEST_F(RpolicyIoTest, AFloodOfErrorsShowsTheFirstHundredAndCountsTheRest) {
       text += "route-map RM permit " + std::to_string(seq) + "\n set metric 5\n";
    }
    const std::string conf = write("flood.conf", text + "bogus\n");
-   const Outcome check = rpolicy({"check", conf});
+   const Outcome check = rpolicy({"check", conf, "--profile", "common"});
    EXPECT_EQ(check.code, 1);
    const auto out = lines(check.out);
    ASSERT_EQ(out.size(), 102u) << check.out;
    EXPECT_EQ(out[98], conf +
-                          ":198: warning: route-map RM seq 99: set metric is not evaluated by "
-                          "this agent");
+                          ":198: warning: route-map RM seq 99: set metric is not evaluated under "
+                          "profile common");
    EXPECT_EQ(out[99], conf + ":601: error: unknown command 'bogus'");
    EXPECT_EQ(out[100], "... and 201 more warnings");
    EXPECT_EQ(out[101], conf + ": 1 error, 300 warnings");
 
-   const Outcome eval = rpolicy({"eval", conf, "--route-map", "RM"}, "10.0.0.0/8\n");
+   const Outcome eval =
+       rpolicy({"eval", conf, "--route-map", "RM", "--profile", "common"}, "10.0.0.0/8\n");
    EXPECT_EQ(eval.code, 2);
-   EXPECT_EQ(lines(eval.err).size(), 101u);
+   ASSERT_EQ(lines(eval.err).size(), 101u);
    EXPECT_EQ(lines(eval.err)[99], conf + ":601: error: unknown command 'bogus'");
 }
 

@@ -258,6 +258,7 @@ TEST_F(RpolicyTest, ExitCodes) {
         "Is a directory"},
        {{"show", conf, "--route-map", "NOPE"}, "", 2, "route-map NOPE is not configured"},
        {{"test", conf}, "", 2, "CASES is required"},
+       {{"check", conf, "--profile", "partial"}, "", 2, "--profile"},
        {{"check", conf}, "", 0, ""},
    };
    for (const UsageRow& row : rows) {
@@ -288,15 +289,21 @@ TEST_F(RpolicyTest, CheckCountsErrorsAndWarnings) {
                                   "   sub-route-map RM\n");
    const Outcome w = rpolicy({"check", warn});
    EXPECT_EQ(w.code, 0);
-   EXPECT_NE(w.out.find(warn + ":3: warning: route-map RM seq 10: set metric is not evaluated"),
-             std::string::npos)
-       << w.out;
    EXPECT_NE(w.out.find(warn + ":2: warning: route-map RM seq 10: prefix-list MISSING is not"),
              std::string::npos)
        << w.out;
    EXPECT_NE(w.out.find(" is blocked: its sub-route-map calls form a cycle"), std::string::npos)
        << w.out;
-   EXPECT_EQ(lines(w.out).back(), warn + ": 0 errors, 3 warnings");
+   // Every clause is evaluated under the default profile; the common one says what it ignores.
+   EXPECT_EQ(w.out.find("not evaluated"), std::string::npos) << w.out;
+   EXPECT_EQ(lines(w.out).back(), warn + ": 0 errors, 2 warnings");
+   const Outcome c = rpolicy({"check", warn, "--profile", "common"});
+   EXPECT_EQ(c.code, 0);
+   EXPECT_NE(c.out.find(warn + ":3: warning: route-map RM seq 10: set metric is not evaluated "
+                               "under profile common"),
+             std::string::npos)
+       << c.out;
+   EXPECT_EQ(lines(c.out).back(), warn + ": 0 errors, 3 warnings");
 
    const std::string bad = write("bad.conf", "route-map RM permit 10\n   set tag x\nbogus line\n");
    const Outcome b = rpolicy({"check", bad});
@@ -349,6 +356,95 @@ TEST_F(RpolicyTest, ShowPrintsWhatReadsBack) {
    ASSERT_EQ(one.code, 0) << one.err;
    EXPECT_EQ(one.out.find("EDGE-IN"), std::string::npos);
    EXPECT_EQ(one.out.find("prefix-list"), std::string::npos);  // it names no list
+}
+
+// The clauses the common component does not evaluate, through every command under both
+// profiles: the full profile decides by them, the common one warns and ignores them.
+TEST_F(RpolicyTest, ProfilesOnEveryCommand) {
+   const std::string conf = write("p.conf",
+                                  "ip prefix-list NH seq 10 permit 192.0.2.0/24 le 32\n"
+                                  "route-map RM permit 10\n"
+                                  "   match interface Ethernet1\n"
+                                  "   match ip next-hop prefix-list NH\n"
+                                  "   set metric 40\n"
+                                  "route-map RM permit 20\n"
+                                  "   set tag 5\n");
+   const std::string routes = write("r.txt",
+                                    "10.0.0.0/8 nexthop=192.0.2.1 interfaces=Ethernet1\n"
+                                    "10.0.0.0/8 nexthop=192.0.2.1 interfaces=Ethernet2\n"
+                                    "10.0.0.0/8 nexthop=203.0.113.1 interfaces=Ethernet1\n"
+                                    "10.0.0.0/8 nexthop=192.0.2.1\n"
+                                    "10.0.0.0/8 nexthop=192.0.2.1 match-intf=false\n");
+   auto eval = [&](const char* profile) {
+      return rpolicy({"eval", conf, routes, "--route-map", "RM", "--json", "--profile", profile});
+   };
+   const Outcome full = eval("full");
+   ASSERT_EQ(full.code, 0) << full.err;
+   EXPECT_EQ(full.err, "");
+   EXPECT_EQ(lines(full.out),
+             (std::vector<std::string>{
+                 R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":0,"metric":40})",
+                 R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":5,"metric":null})",
+                 R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":5,"metric":null})",
+                 R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":5,"metric":null})",
+                 R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":0,"metric":40})",
+             }));
+   EXPECT_EQ(rpolicy({"eval", conf, routes, "--route-map", "RM", "--json"}).out, full.out)
+       << "full is the default";
+   const Outcome common = eval("common");
+   ASSERT_EQ(common.code, 0) << common.err;
+   for (const std::string& l : lines(common.out)) {
+      EXPECT_EQ(l, R"({"prefix":"10.0.0.0/8","permit":true,"preference":0,"tag":0,"metric":null})");
+   }
+   const std::string warnings =
+       conf +
+       ":3: warning: route-map RM seq 10: match interface is not evaluated under profile "
+       "common\n" +
+       conf +
+       ":4: warning: route-map RM seq 10: match ip next-hop prefix-list is not evaluated "
+       "under profile common\n" +
+       conf +
+       ":5: warning: route-map RM seq 10: set metric is not evaluated under profile common\n";
+   EXPECT_EQ(common.err, warnings);
+
+   EXPECT_EQ(rpolicy({"check", conf}).out, conf + ": 0 errors, 0 warnings\n");
+   EXPECT_EQ(rpolicy({"check", conf, "--profile", "common"}).out,
+             warnings + conf + ": 0 errors, 3 warnings\n");
+
+   // show keeps its sections; what the filter passes differs by profile.
+   for (const char* profile : {"full", "common"}) {
+      SCOPED_TRACE(profile);
+      const Outcome shown = rpolicy({"show", conf, "--route-map", "RM", "--profile", profile});
+      ASSERT_EQ(shown.code, 0) << shown.err;
+      EXPECT_EQ(shown.out.rfind("# route-map RM, compiled\n", 0), 0u) << shown.out;
+      const auto at = shown.out.find("# configuration, as filtered\n");
+      ASSERT_NE(at, std::string::npos);
+      const std::string filtered = shown.out.substr(at);
+      const bool full = std::string(profile) == "full";
+      EXPECT_EQ(filtered.find("match interface Ethernet1") != std::string::npos, full);
+      EXPECT_EQ(filtered.find("set metric 40") != std::string::npos, full);
+      // The next-hop list is named, so it is shown with the route map.
+      EXPECT_EQ(filtered.find("ip prefix-list NH seq 10") != std::string::npos, full);
+      EXPECT_EQ(shown.out.find("InterfaceMatcher interface Ethernet1") != std::string::npos, full);
+      EXPECT_EQ(shown.out.find("NexthopPrefixListMatcher prefix-list NH;") != std::string::npos,
+                full);
+   }
+
+   const std::string cases = write("c.txt",
+                                   "10.0.0.0/8 nexthop=192.0.2.1 interfaces=Ethernet1 => permit "
+                                   "metric=40\n"
+                                   "10.0.0.0/8 nexthop=192.0.2.1 => permit tag=5 metric=none\n");
+   EXPECT_EQ(rpolicy({"test", conf, cases, "--route-map", "RM"}).out, "2 passed, 0 failed\n");
+   const Outcome commonCases =
+       rpolicy({"test", conf, cases, "--route-map", "RM", "--profile", "common"});
+   EXPECT_EQ(commonCases.code, 1);
+   EXPECT_EQ(lines(commonCases.out).back(), "0 passed, 2 failed");
+
+   const Outcome graph = rpolicy({"graph", conf, "--profile", "common"});
+   ASSERT_EQ(graph.code, 0);
+   EXPECT_EQ(graph.err, warnings);
+   EXPECT_EQ(graph.out, rpolicy({"graph", conf}).out);
+   EXPECT_EQ(rpolicy({"graph", conf}).err, "");
 }
 
 TEST_F(RpolicyTest, GraphDrawsCallsReferencesAndContinues) {

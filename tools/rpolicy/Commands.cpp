@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "FdStream.h"
+#include "agent/Clauses.h"
 #include "agent/ConfigText.h"
 #include "agent/PolicyAgent.h"
 #include "agent/RouteText.h"
@@ -61,6 +62,8 @@ struct Options {
    bool json = false;
    bool explain = false;
    unsigned threads = 1;
+   std::string profileText = "full";
+   Profile profile = Profile::full;  // from profileText, once parsed
 };
 
 // All of `s`. A read that fails part-way ends the command: the part read is a shorter input that
@@ -285,7 +288,7 @@ std::vector<std::string> evaluateAll(const Kel::Ptr<RouteMapStatusList const>& l
 
 int cmdCheck(const Options& o, Io& io) {
    const std::string text = readInput(o.config, io);
-   PolicyAgent agent;
+   PolicyAgent agent(o.profile);
    const ApplyResult r = agent.apply(text, o.config);
    std::vector<Diagnostic> found = r.errors;
    found.insert(found.end(), r.warnings.begin(), r.warnings.end());
@@ -308,7 +311,7 @@ int cmdCheck(const Options& o, Io& io) {
 }
 
 int cmdEval(const Options& o, Io& io) {
-   PolicyAgent agent;
+   PolicyAgent agent(o.profile);
    applyConfig(agent, o.config, io);
    for (const std::string& then : o.thens) applyConfig(agent, then, io);
    const auto members = routeMapsToApply(o, agent);
@@ -325,7 +328,7 @@ int cmdEval(const Options& o, Io& io) {
 }
 
 int cmdTest(const Options& o, Io& io) {
-   PolicyAgent agent;
+   PolicyAgent agent(o.profile);
    applyConfig(agent, o.config, io);
    const auto members = routeMapsToApply(o, agent);
    const auto cases = parseCaseLines(readInput(o.cases, io), o.cases);
@@ -366,19 +369,18 @@ ConfigDocument restrictedTo(const ConfigDocument& doc, const std::string& name) 
    out.routeMaps.insert(*rm);
    for (const auto& [seqno, seq] : rm->second.seqs) {
       for (const auto& [option, rule] : seq.matchRules) {
-         if (option == MatchOption::matchIpAddressAccessList) {
+         const MatchClause* clause = matchClause(option);
+         const ListKind kind = clause ? clause->list : ListKind::none;
+         if (kind == ListKind::accessList) {
             for (bool v6 : {false, true}) {
                if (auto a = doc.accessLists.find({v6, rule.listName()});
                    a != doc.accessLists.end()) {
                   out.accessLists.insert(*a);
                }
             }
-            continue;
-         }
-         for (auto af : {Nx::AddressFamily::ipv4, Nx::AddressFamily::ipv6}) {
-            if (rule.listName().empty()) continue;
-            const bool v6Option = option == MatchOption::matchIpv6AddressPrefixList;
-            if ((af == Nx::AddressFamily::ipv6) != v6Option) continue;
+         } else if (kind != ListKind::none) {
+            const auto af = kind == ListKind::ipv6PrefixList ? Nx::AddressFamily::ipv6
+                                                             : Nx::AddressFamily::ipv4;
             if (auto p = doc.prefixLists.find({af, rule.listName()}); p != doc.prefixLists.end()) {
                out.prefixLists.insert(*p);
             }
@@ -389,7 +391,7 @@ ConfigDocument restrictedTo(const ConfigDocument& doc, const std::string& name) 
 }
 
 int cmdShow(const Options& o, Io& io) {
-   PolicyAgent agent;
+   PolicyAgent agent(o.profile);
    applyConfig(agent, o.config, io);
    std::vector<std::string> names;
    if (!o.routeMap.empty()) {
@@ -420,26 +422,15 @@ std::string dotQuoted(const std::string& s) {
    return out + '"';
 }
 
-// The node a match clause points at, and the edge label beside the sequence number. Clauses
-// without a list (tag, protocol, metric, ...) are not drawn.
+// The node a match clause points at, and the edge label beside the sequence number (the address
+// the list is asked about, when it is not the route's prefix). Clauses without a list (tag,
+// protocol, metric, ...) are not drawn.
 std::optional<std::pair<std::string, std::string>> referenceOf(MatchOption option,
                                                                const std::string& list) {
-   switch (option) {
-      case MatchOption::matchIpAddressPrefixList:
-         return std::pair{"prefix-list " + list, std::string()};
-      case MatchOption::matchIpv6AddressPrefixList:
-         return std::pair{"ipv6 prefix-list " + list, std::string()};
-      case MatchOption::matchIpAddressAccessList:
-         return std::pair{"access-list " + list, std::string()};
-      case MatchOption::matchIpNexthopPrefixList:
-         return std::pair{"prefix-list " + list, std::string(" next-hop")};
-      case MatchOption::matchIpResolvedNexthopPrefixList:
-         return std::pair{"prefix-list " + list, std::string(" resolved-next-hop")};
-      case MatchOption::matchRouterIdPrefixList:
-         return std::pair{"prefix-list " + list, std::string(" router-id")};
-      default:
-         return std::nullopt;
-   }
+   const MatchClause* clause = matchClause(option);
+   if (!clause || clause->list == ListKind::none) return std::nullopt;
+   return std::pair{std::string(listKindName(clause->list)) + " " + list,
+                    clause->looksUp.empty() ? std::string() : " " + std::string(clause->looksUp)};
 }
 
 // One node per route map and per list, named "route-map X", "prefix-list X", "ipv6 prefix-list
@@ -505,10 +496,26 @@ int cmdGraph(const Options& o, Io& io) {
    const ParseResult r = parseConfigText(readInput(o.config, io), o.config);
    std::vector<Diagnostic> found = r.errors;
    found.insert(found.end(), r.warnings.begin(), r.warnings.end());
+   if (r.ok()) {
+      // Nothing is evaluated here, but a drawn clause the profile ignores deserves the same
+      // warning the other commands give.
+      for (Diagnostic& d : unevaluatedClauses(r.document, o.profile, o.config)) {
+         found.push_back(std::move(d));
+      }
+   }
    printDiagnostics(std::move(found), io.err);
    if (!r.ok()) return kUsage;
    io.out << graphText(r.document);
    return kOk;
+}
+
+void addProfileOption(CLI::App* cmd, Options& o) {
+   cmd->add_option("--profile", o.profileText,
+                   "Which clauses are evaluated: full (every clause, the default) or common "
+                   "(what the common component supports; the others are warned about)")
+       ->type_name("PROFILE")
+       ->check(CLI::IsMember(
+           {std::string(profileName(Profile::full)), std::string(profileName(Profile::common))}));
 }
 
 void addPolicyOptions(CLI::App* cmd, Options& o) {
@@ -556,6 +563,8 @@ int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream
    auto* graph = app.add_subcommand("graph", "Print the configuration's references as DOT");
    graph->add_option("CONFIG", o.config, "Configuration file")->required();
 
+   for (CLI::App* cmd : {check, eval, show, test, graph}) addProfileOption(cmd, o);
+
    try {
       app.parse(argc, argv);
    } catch (const CLI::ParseError& e) {
@@ -569,6 +578,7 @@ int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream
       return kUsage;
    }
 
+   o.profile = o.profileText == profileName(Profile::common) ? Profile::common : Profile::full;
    Io io{in, out, err, &err == &std::cerr && isatty(2) == 1};
    try {
       if (check->parsed()) return cmdCheck(o, io);

@@ -25,9 +25,10 @@ using Routing::RouteMap::MatchRule;
 using Routing::RouteMap::PrefixListRule;
 using Routing::RouteMap::Protocol;
 
-// The real agent, started when the test says so, with the names the tests read.
+// The real agent on the common component's profile, started when the test says so, with the
+// names the tests read.
 struct Agent : Routing::Policy::agent::PolicyAgent {
-   Agent() : PolicyAgent(Start::deferred) {}
+   Agent() : PolicyAgent(Start::deferred, Routing::Policy::agent::Profile::common) {}
 
    const Kel::Ptr<PolicyRoot>& root = policyRoot();
    const Kel::Ptr<Config>& config = routeMapConfig();
