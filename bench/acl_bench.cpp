@@ -108,22 +108,27 @@ const MatchFixture& matchFixture(std::size_t n) {
    return *f;
 }
 
-void BM_PrefixListMatch(benchmark::State& state) {
-   const MatchFixture& f = matchFixture(static_cast<std::size_t>(state.range(0)));
-   const Matcher& m = *f.matcher;
+// The timed loop of the matching benchmarks: one route after another through `m`, with the
+// allocations per match and the share of routes permitted as counters.
+void matchLoop(benchmark::State& state, const Matcher& m, const std::vector<IpGenPrefix>& routes) {
    const Kel::Ptr<PolicyEvalContext> noContext;
    MatchInput_ in;
    std::size_t i = 0;
    U64 permits = 0;
    const U64 before = bench::allocationCount();
    for (auto _ : state) {
-      in.prefixIs(f.routes[i++ & (kQueries - 1)]);
+      in.prefixIs(routes[i++ & (kQueries - 1)]);
       permits += m.match(&in, noContext);
    }
    state.counters["allocs_per_match"] = benchmark::Counter(
        static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
    state.counters["permit_ratio"] =
        static_cast<double>(permits) / static_cast<double>(state.iterations());
+}
+
+void BM_PrefixListMatch(benchmark::State& state) {
+   const MatchFixture& f = matchFixture(static_cast<std::size_t>(state.range(0)));
+   matchLoop(state, *f.matcher, f.routes);
    state.counters["nodes/walk"] = f.coveredPerWalk;
 }
 BENCHMARK(BM_PrefixListMatch)->Arg(10)->Arg(1000)->Arg(10000)->Arg(100000);
@@ -299,20 +304,7 @@ const WideFixture& wideFixture(std::size_t wide) {
 
 void BM_AclMatchWide(benchmark::State& state) {
    const WideFixture& f = wideFixture(static_cast<std::size_t>(state.range(0)));
-   const Matcher& m = *f.matcher;
-   const Kel::Ptr<PolicyEvalContext> noContext;
-   MatchInput_ in;
-   std::size_t i = 0;
-   U64 permits = 0;
-   const U64 before = bench::allocationCount();
-   for (auto _ : state) {
-      in.prefixIs(f.routes[i++ & (kQueries - 1)]);
-      permits += m.match(&in, noContext);
-   }
-   state.counters["allocs_per_match"] = benchmark::Counter(
-       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
-   state.counters["permit_ratio"] =
-       static_cast<double>(permits) / static_cast<double>(state.iterations());
+   matchLoop(state, *f.matcher, f.routes);
    state.counters["mask_rules"] = static_cast<double>(f.maskRules);
 }
 BENCHMARK(BM_AclMatchWide)->Arg(0)->Arg(16)->Arg(256);

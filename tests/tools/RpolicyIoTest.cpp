@@ -19,45 +19,17 @@
 #include <vector>
 
 #include "Commands.h"
+#include "RpolicyTestSupport.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-   int code;
-   std::string out;
-   std::string err;
-};
-
-int rpolicy(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
-            std::ostream& err) {
-   std::vector<const char*> argv{"rpolicy"};
-   for (const std::string& a : args) argv.push_back(a.c_str());
-   return rpolicy::runRpolicy(static_cast<int>(argv.size()), argv.data(), in, out, err);
-}
-
-Outcome rpolicy(const std::vector<std::string>& args, const std::string& input = "") {
-   std::istringstream in(input);
-   std::ostringstream out, err;
-   const int code = rpolicy(args, in, out, err);
-   return {code, out.str(), err.str()};
-}
-
-std::string example(const char* name) {
-   return std::string(RP_EXAMPLES_DIR) + "/" + name;
-}
+using namespace rpolicy_test;
+using rpolicy_test::rpolicy;  // over the namespace of the same name
 
 std::string fileText(const std::string& path) {
    std::ifstream f(path, std::ios::binary);
    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-std::vector<std::string> lines(const std::string& text) {
-   std::vector<std::string> out;
-   std::istringstream s(text);
-   for (std::string l; std::getline(s, l);) out.push_back(l);
-   return out;
 }
 
 // Hands out `data`, then fails the next read the way a file buffer reports a device error: by
@@ -103,24 +75,7 @@ private:
    bool failOnFlush_;
 };
 
-class RpolicyIoTest : public ::testing::Test {
-protected:
-   void SetUp() override {
-      dir_ = fs::temp_directory_path() /
-             ("rpolicy_io_" + std::to_string(::getpid()) + "_" +
-              ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      fs::create_directories(dir_);
-   }
-   void TearDown() override { fs::remove_all(dir_); }
-
-   std::string write(const std::string& name, const std::string& text) {
-      const fs::path p = dir_ / name;
-      std::ofstream(p, std::ios::binary) << text;
-      return p.string();
-   }
-
-   fs::path dir_;
-};
+using RpolicyIoTest = rpolicy_test::ScratchDirTest;
 
 const std::string kConf = example("edge.conf");
 const std::string kRoutes = example("edge-routes.txt");

@@ -10,57 +10,16 @@
 #include <vector>
 
 #include "Commands.h"
+#include "RpolicyTestSupport.h"
 #include "agent/ConfigText.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using namespace rpolicy_test;
+using rpolicy_test::rpolicy;  // over the namespace of the same name
 
-struct Outcome {
-   int code;
-   std::string out;
-   std::string err;
-};
-
-Outcome rpolicy(const std::vector<std::string>& args, const std::string& input = "") {
-   std::vector<const char*> argv{"rpolicy"};
-   for (const std::string& a : args) argv.push_back(a.c_str());
-   std::istringstream in(input);
-   std::ostringstream out, err;
-   const int code = rpolicy::runRpolicy(static_cast<int>(argv.size()), argv.data(), in, out, err);
-   return {code, out.str(), err.str()};
-}
-
-std::string example(const char* name) {
-   return std::string(RP_EXAMPLES_DIR) + "/" + name;
-}
-
-std::vector<std::string> lines(const std::string& text) {
-   std::vector<std::string> out;
-   std::istringstream s(text);
-   for (std::string l; std::getline(s, l);) out.push_back(l);
-   return out;
-}
-
-// Files written by one test, removed with it.
-class RpolicyTest : public ::testing::Test {
-protected:
-   void SetUp() override {
-      dir_ = fs::temp_directory_path() /
-             ("rpolicy_tests_" + std::to_string(::getpid()) + "_" +
-              ::testing::UnitTest::GetInstance()->current_test_info()->name());
-      fs::create_directories(dir_);
-   }
-   void TearDown() override { fs::remove_all(dir_); }
-
-   std::string write(const std::string& name, const std::string& text) {
-      const fs::path p = dir_ / name;
-      std::ofstream(p) << text;
-      return p.string();
-   }
-
-   fs::path dir_;
-};
+using RpolicyTest = rpolicy_test::ScratchDirTest;
 
 const std::vector<std::string> kEdgeIn = {"--route-map", "EDGE-IN"};
 
@@ -105,7 +64,8 @@ TEST_F(RpolicyTest, EvalExamplesAsJson) {
    EXPECT_EQ(second, nlohmann::json::parse(R"({"prefix": "198.51.100.64/26", "permit": true,
        "preference": 20, "tag": 100, "metric": null})"));
    EXPECT_EQ(nlohmann::json::parse(out[3]),
-             nlohmann::json::parse(R"({"prefix": "198.51.100.0/24", "permit": false, "preference": 0, "tag": 0,
+             nlohmann::json::parse(
+                 R"({"prefix": "198.51.100.0/24", "permit": false, "preference": 0, "tag": 0,
                      "metric": null})"));
    // Key order is part of the line format.
    EXPECT_EQ(
