@@ -195,7 +195,15 @@ void CommonComponentSymbolSeqSm::handleSubRouteMapSymbol() {
    // A call that would close a cycle is never followed (the compiler gives this machine no
    // symbol for it), and the compiler drops a status for a call it does not make: so route maps
    // cannot rebuild each other in a loop through here.
-   if (status == seq->subRouteMap()) return;
+   // Compared with what the sequence will call once the mailbox is applied: a status already
+   // waiting there is newer than the compiled one. A deleted callee's null status would
+   // otherwise match a compiled sequence that has no callee yet, and the waiting status, now
+   // stale, would be applied after all.
+   const Kel::Ptr<PendingSymbolUpdate> waiting = rmConfigSymbolReactor_->pendingUpdate(seqno_);
+   const Kel::Ptr<RouteMapStatus const> next = waiting && waiting->hasSubRouteMapUpdate()
+                                                   ? waiting->subRouteMapStatus()
+                                                   : seq->subRouteMap();
+   if (status == next) return;
    KTRACE(8, *this,
           " updating symbol " << rmName_ << " with sub-route-map:" << symbol->name()
                               << " rmsymbol=" << *symbol << " rmStatus=" << textOf(status.get())

@@ -91,7 +91,12 @@ void expectFreshCompileOfFiltered(Agent& live) {
       ASSERT_EQ(got == nullptr, want == nullptr) << name;
       if (!want) continue;
       for (const auto& r : routes()) {
-         EXPECT_EQ(evaluate(got, r), evaluate(want, r)) << name << " tag " << r.tag;
+         ASSERT_EQ(evaluate(got, r), evaluate(want, r))
+             << name << " tag " << r.tag << "\nfiltered:\n"
+             << Routing::Policy::agent::configText(live.filteredDocument()) << "\nlive " << name
+             << ":\n"
+             << live.routeMapDump(name) << "\nfresh:\n"
+             << fresh.routeMapDump(name);
       }
    }
 }
