@@ -279,6 +279,31 @@ TEST_F(PolicyCommonComponentTest, CycleIsBlockedUntilBroken) {
    EXPECT_EQ(a.filtered->routeMap("B")->version(), a.config->routeMap("B")->version());
 }
 
+// A held-back call released while its callee waits for deletion: the callee's status posted at
+// the release must not outlive the deletion that follows, although the compiled sequence had no
+// callee before either (the deleted callee's null status looks like "no change" to it).
+TEST_F(PolicyCommonComponentTest, ACallReleasedJustBeforeItsCalleeIsDeletedCallsNothing) {
+   Agent& a = agent_;
+   entry(a.config, "C1", 10)->subRouteMapIs("C2");
+   entry(a.config, "C1", 20, false);  // C1 denies whatever reaches it
+   entry(a.config, "C2", 10)->subRouteMapIs("C1");
+   a.start();
+   a.run();
+   ASSERT_TRUE(a.routeMapSm->routeMapConfigFilterSm("C2")->sequenceBlocked());
+
+   // C1 stops calling C2 and is removed in the same batch; its version bump releases C2's call
+   // before the delete task runs.
+   const auto c1 = a.config->routeMap("C1");
+   c1->mapEntryDel(10);
+   a.config->routeMapDel("C1");
+   c1->versionIs(c1->version() + 1);
+   a.run();
+   EXPECT_FALSE(a.status("C1"));
+   EXPECT_FALSE(a.routeMapSm->routeMapConfigFilterSm("C2")->sequenceBlocked());
+   // C2 calls a route map that is not configured, which matches.
+   expectDecisions("C2", {{r1, {true, 0, 0}}});
+}
+
 // The toggle is read once per process, so the "off" case runs in a process of its own that sets
 // the override before anything asks.
 TEST(PolicyCommonComponentToggleTest, AccessListRulesAreLeftOutWhenTheToggleIsOff) {
