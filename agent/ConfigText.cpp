@@ -24,7 +24,10 @@ using Routing::RouteMap::SetOption;
 std::string Diagnostic::text() const {
    // The file name and the message may carry bytes from outside (a path, a quoted word);
    // printable() keeps them from acting on the reader's terminal.
-   return fmt::format("{}:{}: {}: {}", text::printable(file), line, warning ? "warning" : "error",
+   // Line 0: about the file as a whole, or about how the command uses it.
+   const std::string where =
+       line == 0 ? text::printable(file) : fmt::format("{}:{}", text::printable(file), line);
+   return fmt::format("{}: {}: {}", where, warning ? "warning" : "error",
                       text::printable(message));
 }
 

@@ -126,11 +126,30 @@ std::string BlockedSequence::text() const {
 
 // Keeps one status list's route maps current: each follows its route map's symbol and takes
 // every status the compiler publishes there.
+namespace {
+
+// What a list holds for a route map it names that is not configured, under
+// MissingRouteMap::denyAll: one sequence without clauses that denies, so that every route
+// meeting the list is denied and an explanation shows why.
+Kel::Ptr<RouteMapStatus const> denyAllStatus(const Kel::Name& name) {
+   Kel::Ptr<RouteMapStatus> rm = routeMapStatusFactory(name);
+   Kel::Ptr<RouteMapSeqStatus> seq = routeMapSeqStatusFactory(0);
+   seq->matchActionIs(Acl::MatchPermit::deny);
+   rm->seqStatusIs(std::move(seq));
+   rm->undefinedReferencesIs(0);
+   return rm;
+}
+
+}  // namespace
+
+// Keeps the owner's list current as the route maps it names are recompiled, and publishes a
+// snapshot of it at the end of each batch that changed it.
 class PolicyAgent::StatusListSm {
 public:
    StatusListSm(const Kel::Ptr<PolicyRoot>& root,
-                const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps)
-       : list_(routeMapStatusListFactory()) {
+                const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps,
+                MissingRouteMap missing, U64 batch)
+       : list_(routeMapStatusListFactory()), missing_(missing) {
       for (const auto& [precedence, name] : routeMaps) {
          auto follower = std::make_unique<Follower>(this, precedence);
          follower->symbol = routeMapSymbolFactory(name)->dedup(root->routeMapTable());
@@ -138,29 +157,230 @@ public:
          followers_.push_back(std::move(follower));
       }
       for (const auto& f : followers_) f->take();
+      published_ = publishedStatusListFactory(list_->copy(), batch);
+      changed_ = false;
    }
    ~StatusListSm() {
       for (const auto& f : followers_) f->notifierIs(nullptr);
    }
 
-   const Kel::Ptr<RouteMapStatusList>& list() const { return list_; }
+   const Kel::Ptr<PublishedStatusList>& published() const { return published_; }
+   void publishIfChanged(U64 batch) {
+      if (!changed_) {
+         // Readers that moved on since the last batch left snapshots to free.
+         if (published_->retiredCount() != 0) published_->reclaim();
+         return;
+      }
+      changed_ = false;
+      published_->publish(list_->copy(), batch);
+   }
 
 private:
    struct Follower : Routing::RouteMap::PolicySymbol::Reactor {
       Follower(StatusListSm* o, RmPrecedence p) : owner(o), precedence(p) {}
       void handleVersion() override { take(); }
       void take() {
-         owner->list_->rmStatusIs(precedence, symbol->rmStatus());
+         Kel::Ptr<RouteMapStatus const> status = symbol->rmStatus();
+         if (!status && owner->missing_ == MissingRouteMap::denyAll) {
+            status = denyAllStatus(symbol->name());
+         }
+         owner->list_->rmStatusIs(precedence, std::move(status));
          owner->list_->updateFeatures();
+         owner->changed_ = true;
       }
       StatusListSm* owner;
       RmPrecedence precedence;
       Kel::Ptr<RouteMapSymbol> symbol;
    };
 
-   Kel::Ptr<RouteMapStatusList> list_;
+   Kel::Ptr<RouteMapStatusList> list_;  // the owner's working copy, never seen by readers
+   Kel::Ptr<PublishedStatusList> published_;
+   MissingRouteMap missing_;
+   bool changed_ = false;
    std::vector<std::unique_ptr<Follower>> followers_;
 };
+
+// Follows every configured route map's compiled form, so that the end of a batch can tell which
+// route maps it created, recompiled or deleted, and what caused each. Made when the first change
+// callback is added: an agent nobody asks pays nothing.
+class PolicyAgent::ChangeTracker : AllRouteMapSymbol::Reactor {
+public:
+   explicit ChangeTracker(PolicyAgent* agent) : agent_(agent) {
+      notifierIs(agent_->symbols_);
+      for (const auto& [name, symbol] : agent_->symbols_->symbols()) {
+         follow(name, symbol);
+         Tracked& t = tracked_[name];
+         t.status = symbol->rmStatus();
+         t.version = agent_->batch_;
+         record(name, t);
+      }
+   }
+   ~ChangeTracker() override { notifierIs(nullptr); }
+
+   // The changes since the last call, as batch `version`.
+   ChangeEvent collect(U64 version) {
+      ChangeEvent event;
+      event.version = version;
+      std::set<Kel::Name> changedNames;
+      for (const Kel::Name& name : dirty_) {
+         const Kel::Ptr<RouteMapSymbol> symbol = agent_->symbols_->symbol(name);
+         Kel::Ptr<RouteMapStatus const> now = symbol ? symbol->rmStatus() : nullptr;
+         const auto it = tracked_.find(name);
+         const Kel::Ptr<RouteMapStatus const> before = it != tracked_.end() ? it->second.status
+                                                                            : nullptr;
+         if (now == before) continue;
+         RouteMapChange c;
+         c.routeMap = name;
+         c.oldVersion = before ? it->second.version : 0;
+         c.newVersion = version;
+         c.kind = !before ? RouteMapChange::Kind::created
+                  : !now  ? RouteMapChange::Kind::deleted
+                          : RouteMapChange::Kind::recompiled;
+         event.routeMaps.push_back(std::move(c));
+         changedNames.insert(name);
+      }
+      dirty_.clear();
+      std::sort(event.routeMaps.begin(), event.routeMaps.end(),
+                [](const RouteMapChange& a, const RouteMapChange& b) {
+                   return a.routeMap < b.routeMap;
+                });
+      // Causes are read against the state before this batch, then the state is brought up to
+      // date, so that a cause is told exactly once.
+      for (RouteMapChange& c : event.routeMaps) {
+         const auto it = tracked_.find(c.routeMap);
+         if (c.kind == RouteMapChange::Kind::deleted) {
+            c.causes.push_back("route-map " + c.routeMap);
+            continue;
+         }
+         const Tracked* before = it != tracked_.end() && it->second.status ? &it->second : nullptr;
+         c.causes = causes(c.routeMap, before, changedNames);
+      }
+      for (const RouteMapChange& c : event.routeMaps) {
+         if (c.kind == RouteMapChange::Kind::deleted) {
+            tracked_.erase(c.routeMap);
+            continue;
+         }
+         Tracked& t = tracked_[c.routeMap];
+         t.status = agent_->symbols_->symbol(c.routeMap)->rmStatus();
+         t.version = version;
+         record(c.routeMap, t);
+      }
+      return event;
+   }
+
+private:
+   // What a route map's last compiled form was made from.
+   struct Tracked {
+      Kel::Ptr<RouteMapStatus const> status;
+      U64 version = 0;
+      U32 configVersion = 0;
+      std::map<std::string, U32> lists;  // "prefix-list PL" -> the list symbol's version
+   };
+   struct SymbolFollower : Routing::RouteMap::PolicySymbol::Reactor {
+      SymbolFollower(ChangeTracker* t, Kel::Name n) : tracker(t), name(std::move(n)) {}
+      void handleVersion() override { tracker->dirty_.insert(name); }
+      ChangeTracker* tracker;
+      Kel::Name name;
+   };
+
+   void handleSymbol(const Kel::String& name) override {
+      dirty_.insert(name);
+      if (const Kel::Ptr<RouteMapSymbol> symbol = agent_->symbols_->symbol(name)) {
+         follow(name, symbol);
+      } else {
+         followers_.erase(name);
+      }
+   }
+   void follow(const Kel::Name& name, const Kel::Ptr<RouteMapSymbol>& symbol) {
+      auto& f = followers_[name];
+      if (f && f->notifier() == symbol.get()) return;
+      f = std::make_unique<SymbolFollower>(this, name);
+      f->notifierIs(symbol);
+   }
+
+   // Each list the route map's configuration names, keyed by its cause text, with the version
+   // of its compiled symbol now.
+   std::map<std::string, U32> listVersions(const Kel::Name& name) const {
+      std::map<std::string, U32> out;
+      const auto map = agent_->config_->routeMap(name);
+      if (!map) return out;
+      const PolicyRoot& root = *agent_->root_;
+      for (const auto& [seqno, entry] : map->mapEntries()) {
+         for (const auto& [option, rule] : entry->matchRules()) {
+            const MatchClause* clause = matchClause(option);
+            if (!clause || clause->list == ListKind::none || rule.listName().empty()) continue;
+            U32 v = 0;
+            if (clause->list == ListKind::accessList) {
+               v = Routing::RouteMap::ipAccessListSymbolFactory(rule.listName())
+                       ->dedup(root.ipAclListTable())
+                       ->version();
+            } else {
+               const auto& table = clause->list == ListKind::prefixList
+                                       ? root.ipv4PrefixListTable()
+                                       : root.ipv6PrefixListTable();
+               v = Routing::RouteMap::prefixListSymbolFactory(rule.listName())
+                       ->dedup(table)
+                       ->version();
+            }
+            out.emplace(std::string(listKindName(clause->list)) + ' ' + rule.listName(), v);
+         }
+      }
+      return out;
+   }
+   void record(const Kel::Name& name, Tracked& t) const {
+      const auto map = agent_->config_->routeMap(name);
+      t.configVersion = map ? map->version() : 0;
+      t.lists = listVersions(name);
+   }
+   std::vector<std::string> causes(const Kel::Name& name, const Tracked* before,
+                                   const std::set<Kel::Name>& changed) const {
+      std::vector<std::string> out;
+      const auto map = agent_->config_->routeMap(name);
+      if (!before || !map || map->version() != before->configVersion) {
+         out.push_back("route-map " + name);
+      }
+      if (before) {
+         for (const auto& [list, version] : listVersions(name)) {
+            const auto was = before->lists.find(list);
+            if (was == before->lists.end() || was->second != version) out.push_back(list);
+         }
+      }
+      if (map) {
+         std::set<Kel::Name> callees;
+         for (const auto& [seqno, entry] : map->mapEntries()) {
+            const Kel::Name& sub = entry->subRouteMap();
+            if (!sub.empty() && sub != name && changed.count(sub) && callees.insert(sub).second) {
+               out.push_back("route-map " + sub);
+            }
+         }
+      }
+      return out;
+   }
+
+   PolicyAgent* agent_;
+   std::map<Kel::Name, Tracked> tracked_;
+   std::map<Kel::Name, std::unique_ptr<SymbolFollower>> followers_;
+   std::set<Kel::Name> dirty_;
+};
+
+std::string_view routeMapChangeKindName(RouteMapChange::Kind kind) {
+   switch (kind) {
+      case RouteMapChange::Kind::created:
+         return "created";
+      case RouteMapChange::Kind::recompiled:
+         return "recompiled";
+      case RouteMapChange::Kind::deleted:
+         return "deleted";
+   }
+   return "?";
+}
+
+std::string RouteMapChange::text() const {
+   std::string out = fmt::format("route-map {} {} (version {} -> {})", routeMap,
+                                 routeMapChangeKindName(kind), oldVersion, newVersion);
+   for (std::size_t i = 0; i < causes.size(); ++i) out += (i == 0 ? ": " : ", ") + causes[i];
+   return out;
+}
 
 PolicyAgent::PolicyAgent(Profile profile, Start start) : PolicyAgent(start, profile) {}
 
@@ -193,6 +413,7 @@ void PolicyAgent::start() {
 }
 
 PolicyAgent::~PolicyAgent() {
+   changes_.reset();
    statusLists_.clear();
    routeMapSm_ = nullptr;
    aclSm_ = nullptr;
@@ -202,6 +423,28 @@ PolicyAgent::~PolicyAgent() {
 
 void PolicyAgent::runUntilIdle() {
    am_->runUntilIdle();
+   endBatch();
+}
+
+void PolicyAgent::endBatch() {
+   ++batch_;
+   for (const auto& sm : statusLists_) sm->publishIfChanged(batch_);
+   if (!changes_) return;
+   const ChangeEvent event = changes_->collect(batch_);
+   if (event.routeMaps.empty()) return;
+   // A copy: a callback may add or remove callbacks.
+   const auto callbacks = changeCallbacks_;
+   for (const auto& [handle, callback] : callbacks) callback(event);
+}
+
+U64 PolicyAgent::addChangeCallback(ChangeCallback callback) {
+   if (!changes_) changes_ = std::make_unique<ChangeTracker>(this);
+   changeCallbacks_.emplace_back(nextCallbackHandle_, std::move(callback));
+   return nextCallbackHandle_++;
+}
+
+void PolicyAgent::removeChangeCallback(U64 handle) {
+   std::erase_if(changeCallbacks_, [&](const auto& c) { return c.first == handle; });
 }
 
 ApplyResult PolicyAgent::apply(std::string_view text, const std::string& file) {
@@ -374,14 +617,14 @@ Kel::Ptr<RouteMapStatus const> PolicyAgent::routeMapStatus(const Kel::Name& name
    return routeMapSymbolFactory(name)->dedup(root_->routeMapTable())->rmStatus();
 }
 
-Kel::Ptr<RouteMapStatusList const> PolicyAgent::statusList(
-    const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps) {
-   statusLists_.push_back(std::make_unique<StatusListSm>(root_, routeMaps));
-   return statusLists_.back()->list();
+Kel::Ptr<PublishedStatusList> PolicyAgent::statusList(
+    const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps, MissingRouteMap missing) {
+   statusLists_.push_back(std::make_unique<StatusListSm>(root_, routeMaps, missing, batch_));
+   return statusLists_.back()->published();
 }
 
-void PolicyAgent::dropStatusList(const Kel::Ptr<RouteMapStatusList const>& list) {
-   std::erase_if(statusLists_, [&](const auto& sm) { return sm->list() == list; });
+void PolicyAgent::dropStatusList(const Kel::Ptr<PublishedStatusList>& list) {
+   std::erase_if(statusLists_, [&](const auto& sm) { return sm->published() == list; });
 }
 
 std::vector<Reference> PolicyAgent::undefinedReferences() const {
@@ -452,8 +695,11 @@ ConfigDocument PolicyAgent::filteredDocument() const {
 
 // ---- Evaluation --------------------------------------------------------------------------
 
-PolicyEvaluator::PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> list)
-    : list_(std::move(list)),
+PolicyEvaluator::PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> fixed)
+    : PolicyEvaluator(publishedStatusListFactory(std::move(fixed))) {}
+
+PolicyEvaluator::PolicyEvaluator(Kel::Ptr<PublishedStatusList> list)
+    : reader_(std::move(list)),
       eval_(policyEvalFactory()),
       explainEval_(policyEvalFactory()),
       context_(policyEvalContextFactory()) {
@@ -462,16 +708,19 @@ PolicyEvaluator::PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> list)
 
 Evaluation PolicyEvaluator::evaluate(const MatchInput_& route, bool explain) const {
    Evaluation e;
+   const StatusListSnapshot& snapshot = reader_.pick();
+   e.version = snapshot.version();
+   const Kel::Ptr<RouteMapStatusList const>& list = snapshot.list();
    if (!explain) {
-      e.permit = eval_->eval(&route, list_, &e.result);
+      e.permit = eval_->eval(&route, list, &e.result);
       return e;
    }
    // The decision of PolicyEval::evalPolicyMatchers, one route map at a time so that each gets
    // its own log.
    MatchedRouteMapSequences matched;
    e.permit = true;
-   if (list_) {
-      for (const auto& [precedence, rm] : list_->rmStatusMap()) {
+   if (list) {
+      for (const auto& [precedence, rm] : list->rmStatusMap()) {
          if (rm->seqStatusMap().empty()) continue;
          auto log = policyEvaluationLogFactory(rm);
          context_->logIs(log);

@@ -9,11 +9,13 @@
 //    PolicyEvaluator eval(list);                   // one per thread
 //    Evaluation e = eval.evaluate(route);
 //
-// Everything but evaluation runs on the thread that owns the agent. Evaluators read only
-// published, immutable objects, so any number of threads may evaluate at once while the owner
-// leaves the configuration alone; a status list must not be changed by apply() while other
-// threads evaluate through it.
+// Everything but evaluation runs on the thread that owns the agent. After each batch of changes
+// the agent publishes an immutable snapshot of every status list it serves; an evaluator picks
+// up the newest one at the start of each evaluation. Any number of threads may therefore
+// evaluate while the owner applies new configurations: each evaluation sees one batch's version
+// of every route map it reaches.
 
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -31,6 +33,7 @@
 #include "RoutingPolicy/eval/Policy.h"
 #include "RoutingPolicy/eval/Result.h"
 #include "RoutingPolicy/status/PolicyEvalContext.h"
+#include "RoutingPolicy/status/PublishedStatusList.h"
 #include "RoutingPolicy/status/RmPrecedence.h"
 #include "RoutingPolicy/status/RouteMapStatusList.h"
 #include "agent/Clauses.h"
@@ -80,6 +83,36 @@ struct BlockedSequence {
    std::string text() const;  // "route-map RM seq 10 is blocked: its sub-route-map calls form a cycle"
 };
 
+// What a status list does with a route map it names that the configuration does not define.
+enum class MissingRouteMap {
+   denyAll,  // stands for a route map that denies every route: a name typed wrong leaks nothing
+   skip,     // left out of the list, as if it had not been named
+};
+
+// One route map that a batch changed. Versions are batch numbers (PolicyAgent::batch()): the
+// batch that made the previous compiled form (0: none) and the batch that made this change.
+struct RouteMapChange {
+   enum class Kind { created, recompiled, deleted };
+   Kel::Name routeMap;
+   Kind kind = Kind::recompiled;
+   U64 oldVersion = 0;
+   U64 newVersion = 0;
+   // What in the batch touched it, in order: "route-map RM" (its own configuration),
+   // "prefix-list PL", "ipv6 prefix-list PL", "access-list AL", and "route-map SUB" for a
+   // sub-route-map it calls that changed in the same batch.
+   std::vector<std::string> causes;
+   // "route-map RM recompiled (version 3 -> 5): prefix-list PL"
+   std::string text() const;
+};
+std::string_view routeMapChangeKindName(RouteMapChange::Kind kind);
+
+// Everything one batch changed, in route-map name order.
+struct ChangeEvent {
+   U64 version = 0;
+   std::vector<RouteMapChange> routeMaps;
+};
+using ChangeCallback = std::function<void(const ChangeEvent&)>;
+
 class PolicyAgent {
 public:
    enum class Start { now, deferred };
@@ -111,12 +144,22 @@ public:
 
    // The route map's compiled form; null while it is not configured.
    Kel::Ptr<RouteMapStatus const> routeMapStatus(const Kel::Name& name) const;
-   // A list of route maps by precedence that follows their symbols: each later apply() that
-   // recompiles one of them puts the new status in the list (and recomputes its features).
-   // Lives as long as the agent holds it; dropped with dropStatusList or with the agent.
-   Kel::Ptr<RouteMapStatusList const> statusList(
-       const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps);
-   void dropStatusList(const Kel::Ptr<RouteMapStatusList const>& list);
+   // A list of route maps by precedence that follows their compiled forms: each later batch
+   // that recompiles, creates or deletes one of them publishes a new snapshot of the list.
+   // The agent publishes it until dropStatusList or its own end; evaluators may outlive both
+   // (they keep the last snapshot).
+   Kel::Ptr<PublishedStatusList> statusList(
+       const std::vector<std::pair<RmPrecedence, Kel::Name>>& routeMaps,
+       MissingRouteMap missing = MissingRouteMap::denyAll);
+   void dropStatusList(const Kel::Ptr<PublishedStatusList>& list);
+
+   // The number of the last batch: every apply() and every runUntilIdle() ends one. Snapshots
+   // and change events carry it.
+   U64 batch() const { return batch_; }
+   // Called on the owner thread at the end of every batch that changed a compiled route map.
+   // Returns a handle for removeChangeCallback.
+   U64 addChangeCallback(ChangeCallback callback);
+   void removeChangeCallback(U64 handle);
 
    std::vector<Reference> undefinedReferences() const;
    std::vector<BlockedSequence> blockedSequences() const;
@@ -143,10 +186,15 @@ public:
    const Kel::Ptr<Routing::RouteMap::PrefixListCompilerSm>& prefixListCompilerSm() const {
       return prefixListSm_;
    }
+   // Runs the event loop until every compiler has published, then ends the batch: publishes the
+   // status lists that changed and tells the change callbacks.
    void runUntilIdle();
 
 private:
    class StatusListSm;
+   class ChangeTracker;
+
+   void endBatch();
 
    ApplyStats applyPrefixLists(const ConfigDocument& doc);
    ApplyStats applyAccessLists(const ConfigDocument& doc);
@@ -165,6 +213,10 @@ private:
    Kel::Ptr<AclConfigSm> aclSm_;
    Kel::Ptr<RouteMapConfigSm> routeMapSm_;
    std::vector<std::unique_ptr<StatusListSm>> statusLists_;
+   std::unique_ptr<ChangeTracker> changes_;
+   std::vector<std::pair<U64, ChangeCallback>> changeCallbacks_;
+   U64 nextCallbackHandle_ = 1;
+   U64 batch_ = 0;
    Profile profile_;
    ConfigDocument document_;
    U64 nextAclRuleId_ = 0;
@@ -174,20 +226,25 @@ private:
 // with explain, one log per route map evaluated, in precedence order.
 struct Evaluation {
    bool permit = false;
+   U64 version = 0;  // of the snapshot evaluated
    Result_ result;
    std::vector<Kel::Ptr<PolicyEvaluationLog>> logs;
 };
 
-// Evaluates routes against one status list. Cheap to make; one per thread.
+// Evaluates routes against the newest snapshot of one status list, picked up at the start of
+// each evaluation. Cheap to make; one per thread (it is not itself thread-safe). The snapshot of
+// the last evaluation stays alive until the next one or the evaluator's end.
 class PolicyEvaluator {
 public:
-   explicit PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> list);
-   // Without explain: PolicyEval::eval, allocation-free. With explain: the same decision route
-   // map by route map, each with its log.
+   explicit PolicyEvaluator(Kel::Ptr<PublishedStatusList> list);
+   // A list that never changes.
+   explicit PolicyEvaluator(Kel::Ptr<RouteMapStatusList const> fixed);
+   // Without explain: PolicyEval::eval on the snapshot, allocation-free and lock-free. With
+   // explain: the same decision route map by route map, each with its log.
    Evaluation evaluate(const MatchInput_& route, bool explain = false) const;
 
 private:
-   Kel::Ptr<RouteMapStatusList const> list_;
+   mutable PublishedStatusList::Reader reader_;
    Kel::Ptr<PolicyEval> eval_;
    Kel::Ptr<PolicyEval> explainEval_;
    Kel::Ptr<PolicyEvalContext> context_;

@@ -155,7 +155,7 @@ route-map RM permit 100
 
 struct EvalFixture {
    PolicyAgent agent;
-   Kel::Ptr<RouteMapStatusList const> list;
+   Kel::Ptr<PublishedStatusList> list;
    std::vector<MatchInput_> routes;
    EvalFixture() {
       agent.apply(kTenSequences, "bench");
@@ -219,7 +219,7 @@ route-map RM permit 60
 
 struct EveryClauseFixture {
    PolicyAgent agent;
-   Kel::Ptr<RouteMapStatusList const> list;
+   Kel::Ptr<PublishedStatusList> list;
    std::vector<MatchInput_> routes;
    EveryClauseFixture() {
       agent.apply(kEveryClause, "bench");

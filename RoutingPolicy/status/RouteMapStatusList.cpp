@@ -106,6 +106,15 @@ void RouteMapStatusList::vplStatusIs(Kel::Ptr<Vpl::FunctionStatusBase const> sta
    notify(&Reactor::handleVplStatus);
 }
 
+Kel::Ptr<RouteMapStatusList> RouteMapStatusList::copy() const {
+   Kel::Ptr<RouteMapStatusList> out = routeMapStatusListFactory();
+   for (const auto& [precedence, rm] : rmStatus_) out->rmStatus_.set(precedence, rm);
+   out->vplStatus_ = vplStatus_;
+   out->features_ = features_;
+   out->matchPrefixDependent_ = matchPrefixDependent_;
+   return out;
+}
+
 void RouteMapStatusList::dumpState(Orb::DumpContext& ctx, U32 indent) const {
    Orb::objDumpPrintf(ctx, "%*cRouteMapStatusList #%u\n", static_cast<int>(indent), ' ',
                       static_cast<unsigned>(rmStatus_.size()));

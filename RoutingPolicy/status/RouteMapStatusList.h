@@ -90,6 +90,10 @@ public:
    // followed; the owner calls this again (or re-inserts the route map) when they happen.
    void updateFeatures();
 
+   // A new list with the same route maps, policy function and flags, and no reactors: what an
+   // owner publishes to other threads while it goes on changing this one.
+   Kel::Ptr<RouteMapStatusList> copy() const;
+
    void dumpState(Orb::DumpContext& ctx, U32 indent) const;
 
 private:

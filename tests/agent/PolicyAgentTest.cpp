@@ -83,7 +83,7 @@ protected:
    }
 
    PolicyAgent agent_;
-   Kel::Ptr<RouteMapStatusList const> list_;
+   Kel::Ptr<PublishedStatusList> list_;
 };
 
 TEST_F(PolicyAgentTest, EvaluatesThroughListsContinueAndSubRouteMap) {

@@ -59,6 +59,7 @@ struct Options {
    std::string routeMap;
    std::vector<std::string> applies;
    std::vector<std::string> thens;
+   bool changed = false;
    bool json = false;
    bool explain = false;
    unsigned threads = 1;
@@ -175,8 +176,7 @@ void applyConfig(PolicyAgent& agent, const std::string& path, Io& io) {
 
 // --route-map NAME and --apply PRECEDENCE=NAME as a status list's members. One route map per
 // precedence: two at the same precedence would leave their order to the list's internals.
-std::vector<std::pair<RmPrecedence, Kel::Name>> routeMapsToApply(const Options& o,
-                                                                 const PolicyAgent& agent) {
+std::vector<std::pair<RmPrecedence, Kel::Name>> routeMapsNamed(const Options& o) {
    std::vector<std::pair<RmPrecedence, Kel::Name>> out;
    if (!o.routeMap.empty()) out.emplace_back(RmPrecedence::rmBased, o.routeMap);
    for (const std::string& a : o.applies) {
@@ -192,6 +192,12 @@ std::vector<std::pair<RmPrecedence, Kel::Name>> routeMapsToApply(const Options& 
       }
       out.emplace_back(p, a.substr(eq + 1));
    }
+   return out;
+}
+
+std::vector<std::pair<RmPrecedence, Kel::Name>> routeMapsToApply(const Options& o,
+                                                                 const PolicyAgent& agent) {
+   std::vector<std::pair<RmPrecedence, Kel::Name>> out = routeMapsNamed(o);
    if (out.empty()) throw Failure{kUsage, "give --route-map NAME or --apply PRECEDENCE=NAME"};
    std::set<U32> seen;
    for (const auto& [p, name] : out) {
@@ -241,9 +247,43 @@ std::string evaluationOutput(const MatchInput_& route, const Evaluation& e, cons
    return out;
 }
 
+// What one --then step changed: a heading and one line per route map, or one JSON object.
+std::string changedOutput(const std::string& then, U64 batch,
+                          const std::vector<ChangeEvent>& events, bool json) {
+   std::vector<const RouteMapChange*> changes;
+   for (const ChangeEvent& e : events) {
+      for (const RouteMapChange& c : e.routeMaps) changes.push_back(&c);
+   }
+   if (json) {
+      nlohmann::ordered_json j;
+      j["then"] = then;
+      j["version"] = batch;
+      j["changed"] = nlohmann::json::array();
+      for (const RouteMapChange* c : changes) {
+         nlohmann::ordered_json o;
+         o["routeMap"] = c->routeMap;
+         o["change"] = routeMapChangeKindName(c->kind);
+         o["oldVersion"] = c->oldVersion;
+         o["newVersion"] = c->newVersion;
+         o["causes"] = c->causes;
+         j["changed"].push_back(std::move(o));
+      }
+      return j.dump() + '\n';
+   }
+   std::string out = "# then " + text::printable(then) + " (version " + std::to_string(batch) +
+                     "): " +
+                     (changes.empty() ? std::string("no route map changed")
+                                      : std::to_string(changes.size()) +
+                                            (changes.size() == 1 ? " route map" : " route maps") +
+                                            " changed") +
+                     '\n';
+   for (const RouteMapChange* c : changes) out += "    " + text::printable(c->text()) + '\n';
+   return out;
+}
+
 // Evaluates in `threads` contiguous chunks, each with its own evaluator, and returns the output
 // of every route in input order, so that the thread count never shows in the output.
-std::vector<std::string> evaluateAll(const Kel::Ptr<RouteMapStatusList const>& list,
+std::vector<std::string> evaluateAll(const Kel::Ptr<PublishedStatusList>& list,
                                      const std::vector<std::pair<U32, MatchInput_>>& routes,
                                      const Options& o, Io& io) {
    const std::size_t n = routes.size();
@@ -299,6 +339,16 @@ int cmdCheck(const Options& o, Io& io) {
          found.push_back(Diagnostic{o.config, ref.line, ref.text(), true});
       }
       for (Diagnostic& d : blockedWarnings(agent, o.config)) found.push_back(std::move(d));
+      // The route maps the daemon's lists will name: one that is not configured denies every
+      // route that meets the list, which is safe but rarely what was meant.
+      for (const auto& [precedence, name] : routeMapsNamed(o)) {
+         if (agent.routeMapConfigured(name)) continue;
+         found.push_back(Diagnostic{o.config, 0,
+                                    "route-map " + name +
+                                        " is not configured: a list that names it denies "
+                                        "every route",
+                                    true});
+      }
    }
    // In line order, as a reader walks the file.
    std::stable_sort(found.begin(), found.end(),
@@ -313,7 +363,13 @@ int cmdCheck(const Options& o, Io& io) {
 int cmdEval(const Options& o, Io& io) {
    PolicyAgent agent(o.profile);
    applyConfig(agent, o.config, io);
-   for (const std::string& then : o.thens) applyConfig(agent, then, io);
+   std::vector<ChangeEvent> events;
+   if (o.changed) agent.addChangeCallback([&](const ChangeEvent& e) { events.push_back(e); });
+   for (const std::string& then : o.thens) {
+      events.clear();
+      applyConfig(agent, then, io);
+      if (o.changed) io.out << changedOutput(then, agent.batch(), events, o.json);
+   }
    const auto members = routeMapsToApply(o, agent);
    // Every line is read before any is evaluated, so a bad line leaves no partial output.
    const std::string name = o.routes == "-" ? std::string("<stdin>") : o.routes;
@@ -538,6 +594,11 @@ int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream
 
    auto* check = app.add_subcommand("check", "Parse and compile a configuration; list problems");
    check->add_option("CONFIG", o.config, "Configuration file ('-': stdin)")->required();
+   check->add_option("--route-map", o.routeMap,
+                     "Warn when this route map, which a list will name, is not configured");
+   check->add_option("--apply", o.applies, "The same for route map NAME at PRECEDENCE; repeatable")
+       ->type_name("PRECEDENCE=NAME")
+       ->allow_extra_args(false);
 
    auto* eval = app.add_subcommand("eval", "Evaluate routes against route maps");
    eval->add_option("CONFIG", o.config, "Configuration file")->required();
@@ -547,6 +608,9 @@ int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream
                     "Apply this configuration after CONFIG, as an update; repeatable, in order")
        ->type_name("CONFIG")
        ->allow_extra_args(false);
+   eval->add_flag("--changed", o.changed,
+                  "Before the routes, print for each --then which route maps it created, "
+                  "recompiled or deleted, and why");
    eval->add_flag("--json", o.json, "One JSON object per route");
    eval->add_flag("--explain", o.explain, "Show how each route map decided");
    eval->add_option("--threads", o.threads, "Evaluate on N threads")->check(CLI::Range(1u, 256u));
