@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "Kel/Exception.h"
+#include "RoutingPolicy/status/PublishedStatusList.h"
 #include "tests/RoutingPolicy/PolicyTestBuilder.h"
 
 namespace {
@@ -115,6 +117,42 @@ TEST(PolicyRmPrecedenceTest, RangeOrderAndNames) {
    EXPECT_EQ(stringValue(RmPrecedence::sendOriginAsValidity), "sendOriginAsValidity");
    EXPECT_EQ(RmPrecedence::fromStrep("mmodeReceiver"), RmPrecedence::mmodeReceiver);
    EXPECT_EQ(RmPrecedence::enumElemCount, 13u);
+}
+
+// A published snapshot lives exactly as long as the newest or a reader needs it: the compiled
+// route map it holds is freed neither early (a reader would evaluate freed memory) nor never (a
+// daemon under a steady stream of changes would grow without bound).
+TEST(PolicyPublishedStatusListTest, SnapshotsLiveWhileTheNewestOrAReaderHoldsThem) {
+   auto listWith = [](const Kel::Ptr<RouteMapStatus const>& rm) {
+      auto l = routeMapStatusListFactory();
+      l->rmStatusIs(RmPrecedence::rmBased, rm);
+      return Kel::Ptr<RouteMapStatusList const>(l);
+   };
+   const Kel::Ptr<RouteMapStatus const> v1 = RmBuilder("RM").seq(10).build();
+   const Kel::Ptr<RouteMapStatus const> v2 = RmBuilder("RM").seq(20).build();
+   const Kel::Ptr<RouteMapStatus const> v3 = RmBuilder("RM").seq(30).build();
+   const U32 alone = v1->refCount();
+   auto published = publishedStatusListFactory(listWith(v1), 1);
+
+   auto reader = std::make_unique<PublishedStatusList::Reader>(published);
+   PublishedStatusList::Reader idle(published);  // never picks: holds nothing
+   EXPECT_EQ(reader->pick().version(), 1u);
+   published->publish(listWith(v2), 2);
+   EXPECT_EQ(published->retiredCount(), 1u) << "the reader still evaluates version 1";
+   EXPECT_GT(v1->refCount(), alone);
+
+   EXPECT_EQ(reader->pick().version(), 2u);
+   EXPECT_EQ(published->reclaim(), 0u);
+   EXPECT_EQ(v1->refCount(), alone) << "version 1 is freed once the reader moved on";
+
+   // However many versions pass, one reader holds at most one retired snapshot.
+   for (U64 v = 3; v < 50; ++v) published->publish(listWith(v % 2 ? v3 : v2), v);
+   EXPECT_EQ(published->retiredCount(), 1u);
+   EXPECT_EQ(reader->pick().version(), 49u);
+   EXPECT_EQ(published->newest().version(), 49u);
+   reader.reset();
+   EXPECT_EQ(published->reclaim(), 0u);
+   EXPECT_EQ(published->readerCount(), 1u);
 }
 
 }  // namespace
