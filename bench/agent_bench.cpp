@@ -9,6 +9,13 @@
 // - BM_Evaluate: PolicyEvaluator::evaluate on a 10-sequence route map with prefix lists, tags and
 //   a continue, from 1 and 2 threads (each its own evaluator over the same published objects);
 //   `allocs_per_eval` from the replaced global operator new.
+// - BM_EvaluatePickup/variant: the same evaluations, side by side: variant 0 calls
+//   PolicyEval::eval on a list held directly (evaluation before snapshots), variant 1 goes
+//   through PolicyEvaluator::evaluate, which picks up the newest snapshot for every route.
+// - BM_ApplyWhileEvaluating/N/readers: BM_ApplyOneEntryChange/N while `readers` threads evaluate
+//   through the list without pause. `retired_max` is the most retired snapshots alive after an
+//   apply, `retired_bytes_max` what they and the lists they hold took on the heap beyond the
+//   newest snapshot, `evals_per_apply` how much the readers did meanwhile.
 // - BM_CompileChain/N/order: a fresh agent applies N route maps, each calling the next as its
 //   sub-route-map, named so that callers come first (order 0) or callees first (order 1): the
 //   entities, the filter, the compilers and every rebuild until the loop is idle (parse outside
@@ -18,7 +25,9 @@
 //   prefix lists, set metric), routes carrying all of those attributes.
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <cstdio>
+#include <thread>
 #include <random>
 #include <string>
 #include <vector>
@@ -190,6 +199,87 @@ void BM_Evaluate(benchmark::State& state) {
    state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_Evaluate)->Threads(1)->Threads(2)->UseRealTime();
+
+void BM_EvaluatePickup(benchmark::State& state) {
+   static EvalFixture* fixture = new EvalFixture();
+   const PolicyEvaluator evaluator(fixture->list);
+   const Kel::Ptr<RouteMapStatusList const> held = fixture->list->newest().list();
+   const Kel::Ptr<PolicyEval> eval = policyEvalFactory();
+   const bool pickup = state.range(0) == 1;
+   std::size_t i = 0;
+   U64 permits = 0;
+   const U64 before = bench::allocationCount();
+   for (auto _ : state) {
+      const MatchInput_& route = fixture->routes[i++ & 4095];
+      if (pickup) {
+         permits += evaluator.evaluate(route).permit;
+      } else {
+         Result_ result;
+         permits += eval->eval(&route, held, &result);
+      }
+   }
+   state.counters["allocs_per_eval"] = benchmark::Counter(
+       static_cast<double>(bench::allocationCount() - before), benchmark::Counter::kAvgIterations);
+   benchmark::DoNotOptimize(permits);
+   state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_EvaluatePickup)->Arg(0)->Arg(1)->Arg(0)->Arg(1);
+
+void BM_ApplyWhileEvaluating(benchmark::State& state) {
+   const auto n = static_cast<std::size_t>(state.range(0));
+   const auto readers = static_cast<int>(state.range(1));
+   const std::string texts[2] = {listText(n, 200), listText(n, 201)};
+   PolicyAgent agent;
+   agent.apply(texts[0], "bench");
+   const auto list = agent.statusList({{RmPrecedence::rmBased, "RM"}});
+   std::vector<MatchInput_> routes;
+   for (U32 i = 0; i < 256; ++i) {
+      MatchInput_ in;
+      in.prefixIs(Nx::IpGenPrefix(Nx::IpGenAddr(Nx::IpAddr(10u << 24 | i << 8)), 24));
+      routes.push_back(in);
+   }
+   std::atomic<bool> stop{false};
+   std::atomic<U64> evals{0};
+   std::vector<std::thread> threads;
+   for (int t = 0; t < readers; ++t) {
+      threads.emplace_back([&] {
+         const PolicyEvaluator evaluator(list);
+         U64 mine = 0;
+         while (!stop.load(std::memory_order_relaxed)) {
+            benchmark::DoNotOptimize(evaluator.evaluate(routes[mine++ & 255]).permit);
+         }
+         evals.fetch_add(mine);
+      });
+   }
+   std::size_t retiredMax = 0;
+   std::int64_t heapFirst = -1, heapMax = 0;
+   U64 flip = 0;
+   for (auto _ : state) {
+      agent.apply(texts[++flip & 1], "bench");
+      state.PauseTiming();
+      retiredMax = std::max(retiredMax, list->retiredCount());
+      const std::int64_t heap = bench::heapInUse();
+      if (heapFirst < 0) heapFirst = heap;
+      heapMax = std::max(heapMax, heap);
+      state.ResumeTiming();
+   }
+   stop = true;
+   for (std::thread& t : threads) t.join();
+   // The readers are gone; what the retired snapshots still held is what reclaim frees.
+   const std::int64_t before = bench::heapInUse();
+   list->reclaim();
+   state.counters["retired_max"] = static_cast<double>(retiredMax);
+   state.counters["retired_kb_at_end"] = static_cast<double>(before - bench::heapInUse()) / 1024;
+   state.counters["heap_growth_kb"] = static_cast<double>(heapMax - heapFirst) / 1024;
+   state.counters["evals_per_apply"] =
+       benchmark::Counter(static_cast<double>(evals.load()), benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_ApplyWhileEvaluating)
+    ->Args({1000, 0})
+    ->Args({1000, 2})
+    ->Args({10000, 0})
+    ->Args({10000, 2})
+    ->Unit(benchmark::kMillisecond);
 
 const char* const kEveryClause = R"(
 ip prefix-list NH seq 10 permit 192.0.2.0/24 le 32
