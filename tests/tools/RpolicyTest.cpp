@@ -124,6 +124,37 @@ TEST_F(RpolicyTest, ThenGivesTheAnswersOfTheLastConfiguration) {
    EXPECT_EQ(back.out, v1.out);
 }
 
+// --changed tells, before the routes and for each step, what the step changed; the routes' own
+// output is untouched by it.
+TEST_F(RpolicyTest, ChangedPrintsEachStepsChangesBeforeTheRoutes) {
+   const std::string v1 = example("edge.conf"), v2 = example("edge-v2.conf");
+   const Outcome plain = rpolicy(evalArgs(v1, {"--then", v2, "--then", v2}));
+   const Outcome r = rpolicy(evalArgs(v1, {"--then", v2, "--then", v2, "--changed"}));
+   ASSERT_EQ(r.code, 0) << r.err;
+   EXPECT_EQ(r.out, "# then " + v2 + " (version 2): 1 route map changed\n" +
+                        "    route-map EDGE-IN recompiled (version 1 -> 2): route-map EDGE-IN, " +
+                        "prefix-list CUSTOMERS\n" + "# then " + v2 +
+                        " (version 3): no route map changed\n" + plain.out);
+
+   const Outcome j = rpolicy(evalArgs(v1, {"--then", v2, "--changed", "--json"}));
+   ASSERT_EQ(j.code, 0) << j.err;
+   const auto first = nlohmann::json::parse(lines(j.out).at(0));
+   EXPECT_EQ(first["then"], v2);
+   EXPECT_EQ(first["changed"][0]["routeMap"], "EDGE-IN");
+   EXPECT_EQ(first["changed"][0]["change"], "recompiled");
+   EXPECT_EQ(first["changed"][0]["causes"][1], "prefix-list CUSTOMERS");
+   EXPECT_TRUE(nlohmann::json::parse(lines(j.out).at(1)).contains("prefix"));
+}
+
+TEST_F(RpolicyTest, CheckWarnsAboutNamedRouteMapsThatAreNotConfigured) {
+   const Outcome r = rpolicy(
+       {"check", example("edge.conf"), "--route-map", "EDGE-OUT", "--apply", "3=EDGE-IN"});
+   EXPECT_EQ(r.code, 0);
+   EXPECT_EQ(r.out, example("edge.conf") +
+                        ": warning: route-map EDGE-OUT is not configured: a list that names it " +
+                        "denies every route\n" + example("edge.conf") + ": 0 errors, 1 warning\n");
+}
+
 TEST_F(RpolicyTest, ThreadsDoNotChangeTheOutput) {
    // Enough routes that every thread gets a mix of verdicts.
    std::string routes;
