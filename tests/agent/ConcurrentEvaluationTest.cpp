@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -254,6 +255,30 @@ TEST(MissingRouteMapTest, TheListsChoiceHoldsUntilTheRouteMapIsConfigured) {
    ASSERT_TRUE(agent.apply("route-map OTHER permit 10\n", "c").ok());
    EXPECT_FALSE(denying.evaluate(route).permit);
    EXPECT_TRUE(skipping.evaluate(route).permit);
+}
+
+// A worker may still be evaluating when the daemon tears its agent down: the last snapshot holds
+// everything evaluation reaches (lists, sub-route-maps), so the worker goes on answering from it.
+TEST(ConcurrentEvaluationTest, AnEvaluatorOutlivesItsAgent) {
+   std::unique_ptr<PolicyEvaluator> evaluator;
+   {
+      PolicyAgent agent;
+      ASSERT_TRUE(agent
+                      .apply("ip prefix-list PL seq 10 permit 10.0.0.0/8 le 24\n"
+                             "route-map SUB permit 10\n   match ip address prefix-list PL\n"
+                             "route-map RM permit 10\n   sub-route-map SUB\n   set tag 3\n",
+                             "a")
+                      .ok());
+      evaluator = std::make_unique<PolicyEvaluator>(
+          agent.statusList({{RmPrecedence::rmBased, "RM"}}));
+   }
+   MatchInput_ in;
+   in.prefixIs(Nx::IpGenPrefix::fromStrep("10.1.0.0/16"));
+   const Evaluation e = evaluator->evaluate(in, true);
+   EXPECT_TRUE(e.permit);
+   EXPECT_EQ(e.result.tag().value(), 3u);
+   in.prefixIs(Nx::IpGenPrefix::fromStrep("11.0.0.0/16"));
+   EXPECT_FALSE(evaluator->evaluate(in).permit);
 }
 
 }  // namespace
