@@ -604,13 +604,14 @@ int runCommand(int argc, const char* const* argv, std::istream& in, std::ostream
    eval->add_option("CONFIG", o.config, "Configuration file")->required();
    eval->add_option("ROUTES", o.routes, "Route file, one route a line ('-' or absent: stdin)");
    addPolicyOptions(eval, o);
-   eval->add_option("--then", o.thens,
+   auto* thenOption = eval->add_option("--then", o.thens,
                     "Apply this configuration after CONFIG, as an update; repeatable, in order")
        ->type_name("CONFIG")
        ->allow_extra_args(false);
    eval->add_flag("--changed", o.changed,
                   "Before the routes, print for each --then which route maps it created, "
-                  "recompiled or deleted, and why");
+                  "recompiled or deleted, and why")
+       ->needs(thenOption);
    eval->add_flag("--json", o.json, "One JSON object per route");
    eval->add_flag("--explain", o.explain, "Show how each route map decided");
    eval->add_option("--threads", o.threads, "Evaluate on N threads")->check(CLI::Range(1u, 256u));
