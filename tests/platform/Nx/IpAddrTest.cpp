@@ -139,7 +139,7 @@ TEST(NxPrefixTest, ParsingMasksAndExactParsingRefusesHostBits) {
       const auto [text, network] = split(c);
       EXPECT_EQ(pfx(text), Nx::IpGenPrefix::fromStrepExact(network));
       EXPECT_EQ(pfx(text).toStrep(), network);
-      EXPECT_EQ(errorOf<Kel::ParseException>([&] { Nx::IpGenPrefix::fromStrepExact(text); }),
+      EXPECT_EQ(errorOf<Kel::ParseException>([&, t = text] { Nx::IpGenPrefix::fromStrepExact(t); }),
                 "host bits set in '" + text + "'; did you mean " + network + "?");
    }
    EXPECT_EQ(Nx::IpGenPrefix::fromStrepExact("2001:db8::1/128").toStrep(), "2001:db8::1/128");
