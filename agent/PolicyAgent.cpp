@@ -525,10 +525,12 @@ ApplyStats PolicyAgent::applyPrefixLists(const ConfigDocument& doc) {
 
 ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
    ApplyStats s;
+   // Lists of both families publish under their names alone, so every deletion comes before any
+   // creation: a name that moves from IPv6 to IPv4 must leave the IPv6 side, taking its
+   // published list with it, before the IPv4 side publishes under it. The other way round, the
+   // IPv6 deletion would withdraw what the new IPv4 list had just published.
    for (const bool ipv6 : {false, true}) {
-      const Acl::AclType type = aclType(ipv6);
-      auto typeConfig = acls_->aclTypeConfig(type);
-      if (typeConfig) {
+      if (auto typeConfig = acls_->aclTypeConfig(aclType(ipv6))) {
          for (const auto& name : keysToDelete(typeConfig->acls(), [&](const Kel::Name& k) {
                  return doc.accessLists.count({ipv6, k}) != 0;
               })) {
@@ -536,6 +538,10 @@ ApplyStats PolicyAgent::applyAccessLists(const ConfigDocument& doc) {
             ++s.accessListsDeleted;
          }
       }
+   }
+   for (const bool ipv6 : {false, true}) {
+      const Acl::AclType type = aclType(ipv6);
+      auto typeConfig = acls_->aclTypeConfig(type);
       for (const auto& [key, d] : doc.accessLists) {
          if (d.ipv6 != ipv6) continue;
          if (!typeConfig) {

@@ -198,6 +198,35 @@ TEST(PolicyAgentListDeletionTest, DeletedListsMatchNothingUntilDefinedAgain) {
    }
 }
 
+// Access lists of both families share one name space, so a name can move from one family to the
+// other between two configurations. The route map must then answer from the list of the new
+// family, in whichever direction the name moved.
+TEST(PolicyAgentListDeletionTest, AnAccessListThatChangesFamilyAnswersFromItsNewRules) {
+   const std::string maps = "route-map RM permit 10\n   match ip address access-list A\n";
+   const std::string v4 = "ip access-list A\n   10 permit 10.0.0.0/8\n";
+   const std::string v6 = "ipv6 access-list A\n   10 permit 2001:db8::/32\n";
+   const struct {
+      const std::string* text;
+      const char* v4Route;
+      const char* v6Route;
+   } steps[] = {
+       {&v6, "deny", "permit tag=0 pref=0"},
+       {&v4, "permit tag=0 pref=0", "deny"},
+       {&v6, "deny", "permit tag=0 pref=0"},
+       {&v4, "permit tag=0 pref=0", "deny"},
+   };
+   PolicyAgent agent;
+   const auto list = agent.statusList({{RmPrecedence::rmBased, "RM"}});
+   for (const auto& step : steps) {
+      ASSERT_TRUE(agent.apply(*step.text + maps, "family.conf").ok());
+      const std::string family = step.text == &v4 ? "now IPv4" : "now IPv6";
+      EXPECT_EQ(verdict(PolicyEvaluator(list).evaluate(route("10.1.0.0/16"))), step.v4Route)
+          << family;
+      EXPECT_EQ(verdict(PolicyEvaluator(list).evaluate(route("2001:db8:1::/48"))), step.v6Route)
+          << family;
+   }
+}
+
 // A wildcard that scatters 17 don't-care bits (131072 blocks) is decided like any other rule.
 TEST(PolicyAgentWildcardTest, WideWildcardRuleDecidesInItsTurn) {
    PolicyAgent agent;
