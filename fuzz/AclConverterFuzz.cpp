@@ -4,7 +4,8 @@
 // a silent drop in every route map that matches on the list.
 //
 // Input, read front to back (an exhausted input reads as zeros):
-//    byte 0: what to check, modulo 4:
+//    byte 0: what to check, modulo 4 (for lists, the next byte's low bit builds them one rule
+//    per slice):
 //       0  one IPv4 rule through AclToPrefix: ranges, interval set, prefix cut, multicast
 //       1  one IPv6 rule through AclToIp6Prefix, and the prefix cut of an arbitrary range
 //       2  an IPv4 access list of 1-4 rules compiled by the agent: trie entries, mask rules and
@@ -388,10 +389,27 @@ void checkIp6Rule(fuzz::Bytes& in) {
 
 // ---- access lists compiled by the agent ---------------------------------------------------------
 
-Kel::Ptr<Routing::RouteMap::IpAccessListStatus const> compile(const agent::AccessListDoc& list) {
-   agent::ConfigDocument doc;
-   doc.accessLists.emplace(std::make_pair(list.ipv6, list.name), list);
+// The list as the agent compiles it. Sliced, the list's machine is first made with the list
+// empty and given a zero quantum, so that the build proper takes one rule per slice and resumes
+// from its bookmark every time, carrying mask rules across slices.
+Kel::Ptr<Routing::RouteMap::IpAccessListStatus const> compile(const agent::AccessListDoc& list,
+                                                              bool sliced) {
    agent::PolicyAgent policyAgent;
+   agent::ConfigDocument doc;
+   if (sliced) {
+      agent::AccessListDoc empty = list;
+      empty.ipRules.clear();
+      empty.ip6Rules.clear();
+      doc.accessLists.emplace(std::make_pair(list.ipv6, list.name), empty);
+      policyAgent.apply(doc);
+      const auto type =
+          policyAgent.aclConfigSm()->ipConfigSm(list.ipv6 ? Acl::AclType::ipv6 : Acl::AclType::ip);
+      const auto machine = type ? type->ipAccessListConfigSm(list.name) : nullptr;
+      if (!machine) fail("access list " + list.name, "no machine follows the empty list");
+      machine->clockQuantumIs(0);
+      doc.accessLists.clear();
+   }
+   doc.accessLists.emplace(std::make_pair(list.ipv6, list.name), list);
    policyAgent.apply(doc);
    const auto symbol = policyAgent.aclConfigSm()->allIpAclSymbol()->symbol(list.name);
    if (!symbol || !symbol->status()) fail("access list " + list.name, "no status was published");
@@ -433,8 +451,9 @@ std::vector<Routing::RouteMap::GenPrefixEntry> entries(const Routing::PatriciaTr
 }
 
 void checkIp4List(fuzz::Bytes& in) {
+   const bool sliced = in.flag();
    const std::vector<Rule4> rules = rulesFrom<Rule4>(in, rule4From);
-   const std::string subject = describe(rules);
+   const std::string subject = describe(rules) + (sliced ? "\n(one rule per slice)" : "");
    agent::AccessListDoc list;
    list.name = "ACL";
    for (const Rule4& r : rules) {
@@ -442,7 +461,7 @@ void checkIp4List(fuzz::Bytes& in) {
           r.seqno,
           Acl::IpRuleConfig(r.action, Acl::IpFilter(Nx::IpAddr(r.source), Nx::IpAddr(r.wildcard))));
    }
-   const auto status = compile(list);
+   const auto status = compile(list, sliced);
 
    // Each rule as trie entries (its own prefix cut) or as one mask rule, never both, never
    // neither; remarks as nothing.
@@ -528,15 +547,16 @@ void checkIp4List(fuzz::Bytes& in) {
 }
 
 void checkIp6List(fuzz::Bytes& in) {
+   const bool sliced = in.flag();
    const std::vector<Rule6> rules = rulesFrom<Rule6>(in, rule6From);
-   const std::string subject = describe(rules);
+   const std::string subject = describe(rules) + (sliced ? "\n(one rule per slice)" : "");
    agent::AccessListDoc list;
    list.name = "ACL6";
    list.ipv6 = true;
    for (const Rule6& r : rules) {
       list.ip6Rules.emplace(r.seqno, Acl::Ip6RuleConfig(r.action, Acl::Ip6Filter(r.source)));
    }
-   const auto status = compile(list);
+   const auto status = compile(list, sliced);
 
    std::vector<Routing::RouteMap::GenPrefixEntry> want;
    for (const Rule6& r : rules) {

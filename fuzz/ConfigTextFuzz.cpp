@@ -17,12 +17,26 @@
 // instead to a fresh compile of its own filtered configuration, which is what it must evaluate
 // like whatever its history.
 //
+// Agent A also holds, from before the first text on, a status list for every route map any text
+// names; after the last text each must decide as a list made then does (a route map the last
+// text does not configure: deny everything), so snapshots follow creations, recompiles and
+// deletions through every batch.
+//
 // Both profiles are run: the common component's machines and the agent's full ones.
+//
+// Mutated text mostly has an error somewhere, and a text with errors applies nothing. So that
+// most inputs still exercise the incremental path, a text with errors is applied without the
+// lines its errors name (again, up to a few times, as removing a header can expose the next
+// error). A failure prints the texts as they were applied, separated by "---": that is an input
+// that reproduces it as it stands.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
+#include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -83,6 +97,31 @@ ParseResult parseChecked(std::string_view text) {
       std::abort();
    }
    return r;
+}
+
+// The text, or the text without the lines its errors name (repeatedly), once it parses.
+struct Applied {
+   std::string text;
+   ParseResult parsed;
+};
+
+Applied repaired(std::string_view original) {
+   Applied a{std::string(original), parseChecked(original)};
+   for (int round = 0; round < 4 && !a.parsed.ok(); ++round) {
+      std::set<U32> bad;
+      for (const Diagnostic& e : a.parsed.errors) bad.insert(e.line);
+      std::string kept;
+      U32 line = 1;
+      for (std::size_t pos = 0; pos < a.text.size(); ++line) {
+         std::size_t end = a.text.find('\n', pos);
+         end = end == std::string::npos ? a.text.size() : end + 1;
+         if (!bad.count(line)) kept.append(a.text, pos, end - pos);
+         pos = end;
+      }
+      a.text = std::move(kept);
+      a.parsed = parseChecked(a.text);
+   }
+   return a;
 }
 
 MatchInput_ route(const char* text) {
@@ -214,6 +253,20 @@ private:
    PolicyEvaluator eval_;
 };
 
+[[noreturn]] void differ(const char* what, Profile profile, const Kel::Name& rm,
+                         const MatchInput_& r, const Verdict& va, const Verdict& vb,
+                         std::string_view input, const std::string& dumpA,
+                         const std::string& dumpB) {
+   std::fprintf(stderr,
+                "%s differ (profile %s), route map %s, route %s:\n  %s\n  %s\n"
+                "texts as applied:\n%s\ncompiled:\n%s\nand\n%s\n",
+                what, std::string(profileName(profile)).c_str(), rm.c_str(), routeText(r).c_str(),
+                verdictText(va.permit, va.result).c_str(),
+                verdictText(vb.permit, vb.result).c_str(), show(input).c_str(), dumpA.c_str(),
+                dumpB.c_str());
+   std::abort();
+}
+
 // The route maps of `doc` decide `routes` alike on both agents.
 void compare(const char* what, PolicyAgent& a, PolicyAgent& b, const ConfigDocument& doc,
              const std::vector<MatchInput_>& routes, std::string_view input, Profile profile) {
@@ -223,15 +276,31 @@ void compare(const char* what, PolicyAgent& a, PolicyAgent& b, const ConfigDocum
       for (const MatchInput_& r : routes) {
          const Verdict va = da(r);
          const Verdict vb = db(r);
-         if (va == vb) continue;
-         std::fprintf(stderr,
-                      "%s differ (profile %s), route map %s, route %s:\n  %s\n  %s\ninput:\n%s\n"
-                      "compiled:\n%s\nand\n%s\n",
-                      what, std::string(profileName(profile)).c_str(), name.c_str(),
-                      routeText(r).c_str(), verdictText(va.permit, va.result).c_str(),
-                      verdictText(vb.permit, vb.result).c_str(), show(input).c_str(),
-                      a.routeMapDump(name).c_str(), b.routeMapDump(name).c_str());
-         std::abort();
+         if (!(va == vb)) {
+            differ(what, profile, name, r, va, vb, input, a.routeMapDump(name),
+                   b.routeMapDump(name));
+         }
+      }
+   }
+}
+
+// Status lists made before the first text, which followed every change since: each must end
+// where a list made now starts, and a route map the last text does not configure denies all.
+void compareFollowed(const std::map<Kel::Name, std::unique_ptr<Decider>>& followed,
+                     PolicyAgent& agent, const ConfigDocument& last,
+                     const std::vector<MatchInput_>& routes, std::string_view input,
+                     Profile profile) {
+   for (const auto& [name, decide] : followed) {
+      const bool configured = last.routeMaps.count(name) != 0;
+      std::unique_ptr<Decider> now;
+      if (configured) now = std::make_unique<Decider>(agent, name);
+      for (const MatchInput_& r : routes) {
+         const Verdict got = (*decide)(r);
+         const Verdict want = configured ? (*now)(r) : Verdict{};
+         if (!(got == want)) {
+            differ("followed and new status lists'", profile, name, r, got, want, input,
+                   agent.routeMapDump(name), configured ? "(the same)" : "(not configured)");
+         }
       }
    }
 }
@@ -243,20 +312,30 @@ void compareWithFiltered(const char* what, PolicyAgent& agent, const ConfigDocum
    PolicyAgent fresh(profile);
    fresh.apply(agent.filteredDocument());
    if (!fresh.blockedSequences().empty()) {
-      std::fprintf(stderr, "%s: the filtered configuration still blocks: %s\ninput:\n%s\n", what,
+      std::fprintf(stderr,
+                   "%s: the filtered configuration still blocks: %s\ntexts as applied:\n%s\n", what,
                    fresh.blockedSequences().front().text().c_str(), show(input).c_str());
       std::abort();
    }
    compare(what, agent, fresh, doc, routes, input, profile);
 }
 
-void run(Profile profile, const std::vector<ParseResult>& texts,
-         const std::vector<MatchInput_>& routes, std::string_view input) {
-   const ConfigDocument& last = texts.back().document;
+void run(Profile profile, const std::vector<Applied>& texts, const std::vector<MatchInput_>& routes,
+         std::string_view input) {
+   const ConfigDocument& last = texts.back().parsed.document;
    PolicyAgent incremental(profile);
-   for (const ParseResult& t : texts) {
-      if (t.ok()) incremental.apply(t.document);
+   std::map<Kel::Name, std::unique_ptr<Decider>> followed;
+   for (const Applied& t : texts) {
+      if (!t.parsed.ok()) continue;
+      for (const auto& [name, rm] : t.parsed.document.routeMaps) {
+         if (!followed.count(name))
+            followed.emplace(name, std::make_unique<Decider>(incremental, name));
+      }
    }
+   for (const Applied& t : texts) {
+      if (t.parsed.ok()) incremental.apply(t.parsed.document);
+   }
+   compareFollowed(followed, incremental, last, routes, input, profile);
    PolicyAgent fresh(profile);
    fresh.apply(last);
    if (incremental.blockedSequences().empty() && fresh.blockedSequences().empty()) {
@@ -266,7 +345,7 @@ void run(Profile profile, const std::vector<ParseResult>& texts,
       if (!(a == b)) {
          std::fprintf(stderr,
                       "incremental and fresh filtered configurations differ (profile %s)\n"
-                      "input:\n%s\nincremental:\n%s\nfresh:\n%s\n",
+                      "texts as applied:\n%s\nincremental:\n%s\nfresh:\n%s\n",
                       std::string(profileName(profile)).c_str(), show(input).c_str(),
                       show(configText(a)).c_str(), show(configText(b)).c_str());
          std::abort();
@@ -282,12 +361,20 @@ void run(Profile profile, const std::vector<ParseResult>& texts,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-   const std::string_view input(reinterpret_cast<const char*>(data), size);
-   std::vector<ParseResult> texts;
-   for (std::string_view text : split(input)) texts.push_back(parseChecked(text));
-   if (!texts.back().ok()) return 0;
+   std::vector<Applied> texts;
+   std::string applied;
+   for (std::string_view text :
+        split(std::string_view(reinterpret_cast<const char*>(data), size))) {
+      texts.push_back(repaired(text));
+      if (!texts.back().parsed.ok()) continue;
+      if (!applied.empty()) applied += std::string(kSeparator) + "\n";
+      applied += texts.back().text;
+      if (!applied.empty() && applied.back() != '\n') applied += '\n';
+   }
+   if (!texts.back().parsed.ok()) return 0;
+   const std::string_view input = applied;
    std::vector<MatchInput_> routes = fixedRoutes();
-   for (MatchInput_& r : routesFor(texts.back().document)) routes.push_back(std::move(r));
+   for (MatchInput_& r : routesFor(texts.back().parsed.document)) routes.push_back(std::move(r));
    for (Profile profile : {Profile::full, Profile::common}) run(profile, texts, routes, input);
    return 0;
 }

@@ -18,8 +18,12 @@
 // with and without an explanation log, which walk other code. A difference aborts with the
 // route maps and the route printed.
 //
+// Clauses: tag, metric, source protocol, prefix list on the route's prefix, next hop, interface,
+// and prefix lists on the next hop, the resolved next hop and the router id; setters of tag,
+// distance and metric.
+//
 // Input, read front to back (an exhausted input reads as zeros): two IPv4 prefix lists and one
-// IPv6 list (either may be left undefined), 1-4 route maps with 0-6 sequences each (a route map
+// IPv6 list (any may be left undefined), 1-4 route maps with 0-6 sequences each (a route map
 // calls only route maps after it, so there are no cycles), which route maps the list holds, then
 // up to 12 routes.
 #include <algorithm>
@@ -34,6 +38,7 @@
 #include "Routing/RouteMap/PolicySymbol.h"
 #include "Routing/RouteMap/PrefixListCompilerSm.h"
 #include "Routing/RouteMap/PrefixListConfig.h"
+#include "RoutingPolicy/eval/IntfIdSet.h"
 #include "RoutingPolicy/eval/Policy.h"
 #include "RoutingPolicy/eval/PrefixListMatcher.h"
 #include "RoutingPolicy/eval/RouteMetricSetter.h"
@@ -66,6 +71,11 @@ struct SeqModel {
    std::optional<Orb::MaybeU63> matchMetric;
    std::optional<U8> matchProtocol;
    int matchList = -1;  // index into the prefix lists
+   std::optional<Nx::IpGenAddr> matchNexthop;
+   std::optional<Nx::IntfId> matchInterface;
+   int matchNexthopList = -1;  // IPv4 lists only, as the configuration names them
+   int matchResolvedList = -1;
+   int matchRouterIdList = -1;
    std::optional<U32> setTag;
    std::optional<U32> setDistance;
    std::optional<Orb::MaybeU63> setMetric;
@@ -144,6 +154,24 @@ private:
          return false;
       }
       if (s.matchList >= 0 && !listMatches(m_.lists[s.matchList], route_.prefix())) return false;
+      if (s.matchNexthop && !(route_.nexthop() == *s.matchNexthop)) return false;
+      if (s.matchInterface && route_.matchIntf() &&
+          !(route_.intfIdSet() && route_.intfIdSet()->intfIdHas(*s.matchInterface))) {
+         return false;
+      }
+      if (s.matchNexthopList >= 0 &&
+          !listMatches(m_.lists[s.matchNexthopList], Nx::IpGenPrefix(route_.nexthop()))) {
+         return false;
+      }
+      if (s.matchResolvedList >= 0 &&
+          !listMatches(m_.lists[s.matchResolvedList], Nx::IpGenPrefix(route_.resolvedNexthop()))) {
+         return false;
+      }
+      if (s.matchRouterIdList >= 0 &&
+          !listMatches(m_.lists[s.matchRouterIdList],
+                       Nx::IpGenPrefix(Nx::IpGenAddr(route_.routerId())))) {
+         return false;
+      }
       return true;
    }
 
@@ -223,6 +251,16 @@ PrefixListModel listFrom(fuzz::Bytes& in, std::string name, Nx::AddressFamily af
    return l;
 }
 
+// A host address near the bases, of either family.
+Nx::IpGenAddr addressFrom(fuzz::Bytes& in) {
+   const Nx::IpGenAddr& a =
+       base(in, in.below(4) == 0 ? Nx::AddressFamily::ipv6 : Nx::AddressFamily::ipv4);
+   if (a.isV4()) return Nx::IpGenAddr(Nx::IpAddr(a.v4().value() | in.byte()));
+   return Nx::IpGenAddr(Nx::Ip6Addr(a.v6().hi(), a.v6().lo() | in.byte()));
+}
+
+const Nx::IntfId kIntfs[] = {Nx::IntfId("Ethernet1"), Nx::IntfId("Ethernet2")};
+
 // Protocol values around the folds: 5, 6, 20, 25, 30 fold; 10, 24, 31 are what they fold into.
 constexpr U8 kProtocols[] = {1, 4, 5, 6, 9, 10, 20, 24, 25, 30, 31, 47};
 
@@ -259,6 +297,13 @@ Model modelFrom(fuzz::Bytes& in) {
             s.sub = i + 1 + static_cast<int>(in.below(rmCount - i - 1));
             s.invert = in.flag();
          }
+         // The clauses on the route's other addresses and its interfaces, rarer.
+         const U8 more = in.below(4) == 0 ? in.byte() : 0;
+         if (more & 1) s.matchNexthop = addressFrom(in);
+         if (more & 2) s.matchInterface = kIntfs[in.below(std::size(kIntfs))];
+         if (more & 4) s.matchNexthopList = static_cast<int>(in.below(2));
+         if (more & 8) s.matchResolvedList = static_cast<int>(in.below(2));
+         if (more & 16) s.matchRouterIdList = static_cast<int>(in.below(2));
          rm.seqs.push_back(s);
       }
       // Continue targets after the numbers are known: bare (the next sequence), into the gap
@@ -291,6 +336,20 @@ MatchInput_ routeFrom(fuzz::Bytes& in) {
    r.tagIs(Routing::RouteTag(in.below(5)));
    r.metricIs(metricFrom(in));
    r.protocolIs(static_cast<Routing::RouteProto>(kProtocols[in.below(std::size(kProtocols))]));
+   const U8 more = in.byte();
+   if (more & 1) r.nexthopIs(addressFrom(in));
+   if (more & 2) r.resolvedNexthopIs(addressFrom(in));
+   if (more & 4) {
+      const Nx::IpGenAddr id = addressFrom(in);
+      if (id.isV4()) r.routerIdIs(id.v4());
+   }
+   r.matchIntfIs(more & 8);
+   if (more & 16) {
+      auto intfs = intfIdSetFactory();
+      if (more & 32) intfs->intfIdIs(kIntfs[0]);
+      if (more & 64) intfs->intfIdIs(kIntfs[1]);
+      r.intfIdSetIs(intfs);
+   }
    return r;
 }
 
@@ -346,6 +405,27 @@ private:
                                ? MatchOption::matchIpAddressPrefixList
                                : MatchOption::matchIpv6AddressPrefixList,
                            prefixListMatcherFactory(l.name, statuses_[s.matchList]));
+         }
+         if (s.matchNexthop) {
+            seq->matcherIs(MatchOption::matchIpNexthop, nexthopMatcherFactory(*s.matchNexthop));
+         }
+         if (s.matchInterface) {
+            seq->matcherIs(MatchOption::matchInterface, interfaceMatcherFactory(*s.matchInterface));
+         }
+         if (s.matchNexthopList >= 0) {
+            seq->matcherIs(MatchOption::matchIpNexthopPrefixList,
+                           nexthopPrefixListMatcherFactory(m.lists[s.matchNexthopList].name,
+                                                           statuses_[s.matchNexthopList]));
+         }
+         if (s.matchResolvedList >= 0) {
+            seq->matcherIs(MatchOption::matchIpResolvedNexthopPrefixList,
+                           resolvedNexthopPfxListMatcherFactory(m.lists[s.matchResolvedList].name,
+                                                                statuses_[s.matchResolvedList]));
+         }
+         if (s.matchRouterIdList >= 0) {
+            seq->matcherIs(MatchOption::matchRouterIdPrefixList,
+                           routerIdMatcherFactory(m.lists[s.matchRouterIdList].name,
+                                                  statuses_[s.matchRouterIdList]));
          }
          if (s.setTag)
             seq->setterIs(SetOption::setTag, tagSetterFactory(Routing::RouteTag(*s.setTag)));
@@ -406,6 +486,16 @@ std::string describe(const Model& m) {
          if (q.matchMetric) s += " match-metric=" + q.matchMetric->toStrep();
          if (q.matchProtocol) s += " match-protocol=" + std::to_string(*q.matchProtocol);
          if (q.matchList >= 0) s += " match-list=" + m.lists[q.matchList].name;
+         if (q.matchNexthop) s += " match-nexthop=" + q.matchNexthop->toStrep();
+         if (q.matchInterface) s += " match-interface=" + q.matchInterface->name();
+         if (q.matchNexthopList >= 0)
+            s += " match-nexthop-list=" + m.lists[q.matchNexthopList].name;
+         if (q.matchResolvedList >= 0) {
+            s += " match-resolved-nexthop-list=" + m.lists[q.matchResolvedList].name;
+         }
+         if (q.matchRouterIdList >= 0) {
+            s += " match-router-id-list=" + m.lists[q.matchRouterIdList].name;
+         }
          if (q.sub >= 0) s += " sub=" + m.rms[q.sub].name + (q.invert ? " invert" : "");
          if (q.continueTo) s += " continue=" + std::to_string(*q.continueTo);
          if (q.setTag) s += " set-tag=" + std::to_string(*q.setTag);
